@@ -1,0 +1,120 @@
+#include "common/Logger.h"
+
+#include "common/ConsoleSink.h"
+#ifdef QEL_HAVE_DLT
+#include "common/DltSink.h"
+#endif
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace qel::common::logging {
+namespace {
+
+int thresholdFromEnvironment() {
+    char const* text = std::getenv("QEL_LOG_LEVEL");
+    if (text != nullptr && text[0] >= '1' && text[0] <= '5' && text[1] == '\0') {
+        return text[0] - '0';
+    }
+    return static_cast<int>(LogLevel::Info);
+}
+
+using SinkList = std::vector<std::shared_ptr<LogSink>>;
+
+SinkList sinksFromEnvironment() {
+    char const* text = std::getenv("QEL_LOG_SINK");
+    if (text != nullptr && std::strcmp(text, "none") == 0) {
+        return {};
+    }
+#ifdef QEL_HAVE_DLT
+    if (text != nullptr && std::strcmp(text, "dlt") == 0) {
+        return {std::make_shared<DltSink>()};
+    }
+#endif
+    return {std::make_shared<ConsoleSink>()};
+}
+
+// The sink list is replaced as a whole so that dispatch only copies a pointer under the lock.
+struct SinkRegistry {
+    std::mutex mutex;
+    std::shared_ptr<SinkList const> sinks = std::make_shared<SinkList const>(sinksFromEnvironment());  // guarded by mutex
+};
+
+SinkRegistry& registry() {
+    static SinkRegistry instance;
+    return instance;
+}
+
+}  // namespace
+
+std::atomic<int> LogConfig::s_threshold{thresholdFromEnvironment()};
+
+char const* toString(LogLevel level) {
+    switch (level) {
+        case LogLevel::Trace: return "TRACE";
+        case LogLevel::Debug: return "DEBUG";
+        case LogLevel::Info: return "INFO";
+        case LogLevel::Warning: return "WARN";
+        case LogLevel::Error: return "ERROR";
+    }
+    return "?";
+}
+
+void LogConfig::setThreshold(LogLevel level) {
+    s_threshold.store(static_cast<int>(level), std::memory_order_relaxed);
+}
+
+void LogConfig::setSinks(std::vector<std::shared_ptr<LogSink>> sinks) {
+    auto list = std::make_shared<SinkList const>(std::move(sinks));
+    std::lock_guard<std::mutex> lock(registry().mutex);
+    registry().sinks = std::move(list);
+}
+
+void LogConfig::addSink(std::shared_ptr<LogSink> const& sink) {
+    std::lock_guard<std::mutex> lock(registry().mutex);
+    auto list = std::make_shared<SinkList>(*registry().sinks);
+    list->push_back(sink);
+    registry().sinks = std::move(list);
+}
+
+void LogConfig::removeSink(std::shared_ptr<LogSink> const& sink) {
+    std::lock_guard<std::mutex> lock(registry().mutex);
+    auto list = std::make_shared<SinkList>();
+    for (auto const& existing : *registry().sinks) {
+        if (existing != sink) {
+            list->push_back(existing);
+        }
+    }
+    registry().sinks = std::move(list);
+}
+
+void LogConfig::dispatch(LogEntry const& entry) {
+    std::shared_ptr<SinkList const> sinks;
+    {
+        std::lock_guard<std::mutex> lock(registry().mutex);
+        sinks = registry().sinks;
+    }
+    for (auto const& sink : *sinks) {
+        sink->write(entry);
+    }
+}
+
+LogRecord::LogRecord(Logger const& logger, LogLevel level)
+    : m_logger(logger), m_level(level), m_enabled(LogConfig::isEnabled(level)) {}
+
+LogRecord::~LogRecord() {
+    if (m_enabled) {
+        LogConfig::dispatch(LogEntry{m_level, m_logger.context(), m_text});
+    }
+}
+
+ScopedLogger::ScopedLogger(Logger const& logger, std::string name) : m_logger(logger), m_name(std::move(name)) {
+    m_logger << LogLevel::Trace << "> " << m_name;
+}
+
+ScopedLogger::~ScopedLogger() {
+    m_logger << LogLevel::Trace << "< " << m_name;
+}
+
+}  // namespace qel::common::logging

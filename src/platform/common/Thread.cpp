@@ -1,0 +1,91 @@
+#include "common/Thread.h"
+
+#include "common/Logger.h"
+
+#include <pthread.h>
+
+#include <system_error>
+
+namespace qel::common::system {
+
+using logging::LogLevel;
+
+void setCurrentThreadName(std::string const& name) {
+    pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
+}
+
+std::string currentThreadName() {
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof(name));
+    return name;
+}
+
+Thread::Thread(std::string name, std::shared_ptr<Runnable> runnable)
+    : m_name(std::move(name)), m_runnable(std::move(runnable)) {}
+
+Thread::~Thread() {
+    if (!m_thread.joinable()) {
+        return;
+    }
+    if (m_thread.get_id() == std::this_thread::get_id()) {
+        // Joining itself would throw; the owner broke the contract, so keep the process alive.
+        logging::Logger("platform.thread") << LogLevel::Error << "Thread " << m_name << " destroyed from itself";
+        m_thread.detach();
+        return;
+    }
+    requestStop();
+    m_thread.join();
+}
+
+bool Thread::start() {
+    {
+        MutexGuard guard(m_stateMutex);
+        if (m_started) {
+            return false;
+        }
+        m_started = true;
+        m_running = true;
+    }
+    try {
+        m_thread = std::thread(&Thread::body, this);
+    } catch (std::system_error const& error) {
+        logging::Logger("platform.thread") << LogLevel::Error << "Could not start thread " << m_name << ": "
+                                           << error.what();
+        MutexGuard guard(m_stateMutex);
+        m_running = false;
+        return false;
+    }
+    return true;
+}
+
+void Thread::join() {
+    if (m_thread.joinable() && m_thread.get_id() != std::this_thread::get_id()) {
+        m_thread.join();
+    }
+}
+
+void Thread::run() {
+    if (m_runnable) {
+        m_runnable->run();
+    }
+}
+
+void Thread::requestStop() {
+    m_stopRequested.store(true);
+}
+
+bool Thread::isRunning() const {
+    MutexGuard guard(m_stateMutex);
+    return m_running;
+}
+
+void Thread::body() {
+    setCurrentThreadName(m_name);
+    preExecute();
+    run();
+    postExecute();
+    MutexGuard guard(m_stateMutex);
+    m_running = false;
+}
+
+}  // namespace qel::common::system

@@ -1,0 +1,70 @@
+// A named thread with a stop request and a running state.
+//
+// Contract: derive and override `run()`, or hand a `Runnable` to the constructor. `start()`
+// launches the thread, which names itself (visible in `top -H` and gdb), then calls
+// `preExecute()`, `run()` and `postExecute()`. A derived class must call `join()` in its own
+// destructor: by the time the base destructor runs, the derived part is gone. A thread must not
+// be destroyed from itself.
+#pragma once
+
+#include "common/Mutex.h"
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace qel::common::system {
+
+class Runnable {
+public:
+    virtual ~Runnable() = default;
+    virtual void run() = 0;
+};
+
+class Thread : public Runnable {
+public:
+    // `name` is cut to 15 characters for the operating system. A null `runnable` means that the
+    // derived class's `run()` is the body.
+    explicit Thread(std::string name, std::shared_ptr<Runnable> runnable = nullptr);
+    ~Thread() override;
+    Thread(Thread const&) = delete;
+    Thread& operator=(Thread const&) = delete;
+
+    // Starts the thread once; false if it was started before or could not be created.
+    bool start();
+    // Waits for the thread to end; returns at once if it never started or was joined already.
+    void join();
+
+    void run() override;
+    virtual void preExecute() {}
+    virtual void postExecute() {}
+    // Asks the body to end; the body polls `isStopRequested()` (derived classes may also wake it).
+    virtual void requestStop();
+
+    bool isRunning() const;
+    bool isStopRequested() const { return m_stopRequested.load(); }
+    std::string const& getName() const { return m_name; }
+
+protected:
+    // Guards the running state; derived classes may read it under this lock.
+    Mutex& stateMutex() const { return m_stateMutex; }
+
+private:
+    void body();
+
+    std::string const m_name;
+    std::shared_ptr<Runnable> const m_runnable;
+    mutable Mutex m_stateMutex;
+    bool m_running = false;  // guarded by m_stateMutex
+    bool m_started = false;  // guarded by m_stateMutex
+    std::atomic<bool> m_stopRequested{false};
+    std::thread m_thread;  // touched only by the owner's thread
+};
+
+// Names the calling thread (at most 15 characters are kept).
+void setCurrentThreadName(std::string const& name);
+// The calling thread's name as the operating system knows it.
+std::string currentThreadName();
+
+}  // namespace qel::common::system
