@@ -1,0 +1,2 @@
+target_sources(qel_onlineservices_framework_internal PRIVATE
+  ${CMAKE_CURRENT_LIST_DIR}/ConfigReader.cpp)
