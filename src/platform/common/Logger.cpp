@@ -100,13 +100,8 @@ void LogConfig::dispatch(LogEntry const& entry) {
     }
 }
 
-LogRecord::LogRecord(Logger const& logger, LogLevel level)
-    : m_logger(logger), m_level(level), m_enabled(LogConfig::isEnabled(level)) {}
-
-LogRecord::~LogRecord() {
-    if (m_enabled) {
-        LogConfig::dispatch(LogEntry{m_level, m_logger.context(), m_text});
-    }
+void LogRecord::flush() {
+    LogConfig::dispatch(LogEntry{m_level, m_logger.context(), m_text});
 }
 
 ScopedLogger::ScopedLogger(Logger const& logger, std::string name) : m_logger(logger), m_name(std::move(name)) {

@@ -50,10 +50,16 @@ class Logger;
 // One record in the making; created by `Logger::operator<<(LogLevel)`.
 class LogRecord {
 public:
-    LogRecord(Logger const& logger, LogLevel level);
+    // Inline so that a disabled record costs the one comparison and no call.
+    LogRecord(Logger const& logger, LogLevel level)
+        : m_logger(logger), m_level(level), m_enabled(LogConfig::isEnabled(level)) {}
     LogRecord(LogRecord const&) = delete;
     LogRecord& operator=(LogRecord const&) = delete;
-    ~LogRecord();
+    ~LogRecord() {
+        if (m_enabled) {
+            flush();
+        }
+    }
 
     template <typename T>
     LogRecord& operator<<(T const& piece) {
@@ -64,6 +70,7 @@ public:
     }
 
 private:
+    void flush();
     void append(std::string_view text) { m_text.append(text); }
     void append(std::string const& text) { m_text.append(text); }
     void append(char const* text) { m_text.append(text != nullptr ? text : "(null)"); }
