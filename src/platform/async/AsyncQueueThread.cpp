@@ -54,18 +54,19 @@ bool AsyncQueueThread::push(std::function<void()> job) {
     if (!job) {
         return false;
     }
-    {
-        std::lock_guard<std::mutex> lock(m_state->mutex);
-        if (m_state->stopped) {
-            return false;
-        }
-        if (!m_thread.joinable()) {
-            m_thread = std::thread([state = m_state] { state->loop(); });
-            m_state->threadId = m_thread.get_id();
-        }
-        m_state->jobs.push_back(std::move(job));
+    // The job may own this queue and drop it on the queue thread before we return, so only
+    // the shared state is touched once the job is queued, and the wake-up happens under its lock.
+    auto const state = m_state;
+    std::lock_guard<std::mutex> lock(state->mutex);
+    if (state->stopped) {
+        return false;
     }
-    m_state->wake.notify_one();
+    if (!m_thread.joinable()) {
+        m_thread = std::thread([state] { state->loop(); });
+        state->threadId = m_thread.get_id();
+    }
+    state->jobs.push_back(std::move(job));
+    state->wake.notify_one();
     return true;
 }
 
