@@ -1,0 +1,86 @@
+#include <onlineservices/framework/AccessTokenObject.h>
+#include <onlineservices/framework/JobObject.h>
+#include <onlineservices/framework/KVSItemObject.h>
+#include <onlineservices/framework/PrivacySettingsObject.h>
+#include <onlineservices/framework/ServiceObject.h>
+
+#include "dataformats/Json.h"
+#include "support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+namespace {
+
+using namespace qel::onlineservices::framework::dataitems;
+using qel::common::logging::LogLevel;
+
+template <typename Record>
+std::shared_ptr<Record> read(std::string const& json) {
+    auto const value = qel::dataformats::json::parse(json);
+    EXPECT_NE(value, nullptr) << json;
+    auto record = std::make_shared<Record>();
+    record->deserialize(value.get());
+    return record;
+}
+
+TEST(AccessTokenObject, readsItsMembersCaseSensitively) {
+    auto const token =
+        read<AccessTokenObject>(R"({"id": "t1", "name": "svc", "token": "abc", "uri": "/t", "Token": "x", "exp": 3})");
+    EXPECT_EQ(token->id + "|" + token->name + "|" + token->token + "|" + token->uri, "t1|svc|abc|/t");
+    EXPECT_TRUE(token->isIdSet && token->isNameSet && token->isTokenSet && token->isUriSet);
+}
+
+TEST(JobObject, nameFillsJobTypeTooAndTheIdentifierIsAnInteger) {
+    auto const job = read<JobObject>(R"({"id": "j", "jobIdentifier": 17, "jobPayload": "{}", "name": "x"})");
+    EXPECT_EQ(job->name, "x");
+    EXPECT_EQ(job->jobType, "x");
+    EXPECT_TRUE(job->isNameSet && job->isJobTypeSet && job->isIdSet && job->isJobPayloadSet);
+    EXPECT_EQ(job->jobIdentifier, 17);
+    auto const textIdentifier = read<JobObject>(R"({"jobIdentifier": "17"})");
+    EXPECT_TRUE(textIdentifier->isJobIdentifierSet && textIdentifier->jobIdentifier == 0);
+}
+
+TEST(KVSItemObject, readsTextsAndTheUpToDateBooleanWrongKindsGiveEmptyValues) {
+    auto const item = read<KVSItemObject>(R"({"name": "volume", "owner": "svc", "value": "7", "upToDate": true})");
+    EXPECT_EQ(item->name + "|" + item->owner + "|" + item->value, "volume|svc|7");
+    EXPECT_TRUE(item->upToDate && item->isUpToDateSet && item->isOwnerSet && !item->isIdSet);
+    auto const wrongKinds = read<KVSItemObject>(R"({"value": 7, "upToDate": "true"})");
+    EXPECT_TRUE(wrongKinds->isValueSet && wrongKinds->isUpToDateSet && wrongKinds->value.empty());
+    EXPECT_FALSE(wrongKinds->upToDate);
+}
+
+TEST(Records, unknownMembersOnlyLeaveEveryFlagFalse) {
+    std::string const unknown = R"({"ID": "1", "Name": "n", "payload": {"uri": "/u"}})";
+    auto const token = read<AccessTokenObject>(unknown);
+    EXPECT_FALSE(token->isIdSet || token->isNameSet || token->isTokenSet || token->isUriSet);
+    auto const job = read<JobObject>(unknown);
+    EXPECT_FALSE(job->isIdSet || job->isJobIdentifierSet || job->isJobPayloadSet || job->isJobTypeSet ||
+                 job->isNameSet || job->isUriSet);
+    auto const item = read<KVSItemObject>(unknown);
+    EXPECT_FALSE(item->isIdSet || item->isNameSet || item->isUriSet || item->isOwnerSet || item->isValueSet ||
+                 item->isUpToDateSet);
+}
+
+TEST(Records, privacySettingsStayEmptyWhateverArrives) {
+    auto const privacy =
+        read<PrivacySettingsObject>(R"({"groupId": "g", "groupName": "location", "status": "granted", "id": "1"})");
+    EXPECT_FALSE(privacy->isGroupIdSet || privacy->isGroupNameSet || privacy->isStatusSet);
+    EXPECT_EQ(privacy->groupId + privacy->groupName + privacy->status, "");
+}
+
+TEST(Records, nullOrNonObjectValuesReadNothingAndWarn) {
+    qel::test::LogCapture log;
+    ServiceObject service;
+    service.deserialize(nullptr);
+    EXPECT_FALSE(service.isIdSet());
+    AccessTokenObject().deserialize(nullptr);
+    EXPECT_FALSE(read<JobObject>(R"(["id", "x"])")->isIdSet);
+    EXPECT_FALSE(read<KVSItemObject>(R"("id")")->isIdSet);
+    PrivacySettingsObject().deserialize(nullptr);
+    EXPECT_EQ(log.count(LogLevel::Warning, "Nothing to deserialize: the value is not an object"), 4u);
+}
+
+}  // namespace
