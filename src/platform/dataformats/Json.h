@@ -17,7 +17,7 @@ inline constexpr std::size_t MAX_DEPTH = 256;
 
 std::unique_ptr<data::Value> parse(std::string_view text);
 
-// Compact JSON text of `value`; "null" for a null pointer.
+// Compact JSON text of `value`; "null" for a null pointer; empty (and a warning) if writing fails.
 std::string stringify(data::Value const* value);
 
 // The same text as `stringify`, under the name request bodies use.
