@@ -1,0 +1,77 @@
+#include "rsi/IRSIJob.h"
+
+namespace qel::onlineservices::framework::core {
+
+using qel::common::logging::LogLevel;
+using qel::common::system::Clock;
+
+IRSIJob::IRSIJob(qel::common::logging::Logger logger)
+    : m_logger(std::move(logger)), m_retrySchedule(DEFAULT_RETRY_SCHEDULE) {}
+
+bool IRSIJob::shouldBeRetried() const {
+    std::lock_guard<std::mutex> lock(m_retryMutex);
+    return !m_retrySchedule.empty();
+}
+
+bool IRSIJob::activateRetry() {
+    bool retry = false;
+    std::uint64_t delay = 0;
+    {
+        std::lock_guard<std::mutex> lock(m_retryMutex);
+        retry = !m_retrySchedule.empty();
+        delay = retry ? m_retrySchedule.front() : 0;
+        m_retryStartTime = Clock::getSystemTimeValue();
+        m_retryActive.store(true);
+    }
+    if (retry) {
+        m_logger << LogLevel::Warning << "Retrying in " << delay / 1000 << "s";
+    }
+    return retry;
+}
+
+bool IRSIJob::canBeRetriedNow() {
+    if (!m_retryActive.load()) {
+        return true;
+    }
+    if (!shouldBeRetried()) {
+        return false;
+    }
+    if (takeDueRetry()) {
+        process();
+    }
+    return true;
+}
+
+bool IRSIJob::takeDueRetry() {
+    std::uint64_t remaining = 0;
+    {
+        std::lock_guard<std::mutex> lock(m_retryMutex);
+        if (m_retrySchedule.empty()) {
+            return false;
+        }
+        std::uint64_t const delay = m_retrySchedule.front();
+        std::uint64_t const elapsed = Clock::getElapsedTimeMillis(m_retryStartTime);
+        if (delay < elapsed) {
+            if (m_retrySchedule.size() > 1) {
+                m_retrySchedule.erase(m_retrySchedule.begin());
+            }
+            m_retryActive.store(false);
+            return true;
+        }
+        remaining = delay - elapsed;
+    }
+    m_logger << LogLevel::Trace << "Time reaming until the next retry: " << remaining / 1000;
+    return false;
+}
+
+void IRSIJob::requestCancel() {
+    m_cancelRequested.store(true);
+    m_wakeSignal.up();
+}
+
+void IRSIJob::resetRetrySchedule() {
+    std::lock_guard<std::mutex> lock(m_retryMutex);
+    m_retrySchedule = DEFAULT_RETRY_SCHEDULE;
+}
+
+}  // namespace qel::onlineservices::framework::core

@@ -1,0 +1,309 @@
+#include "rsi/RSIClientWrapper.h"
+
+#include "dataformats/Json.h"
+#include "rsi/RSIUnSubRequest.h"
+#include "rsi/SharedRsiClient.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace qel::onlineservices::framework::core {
+
+using qel::common::logging::LogConfig;
+using qel::common::logging::LogLevel;
+using qel::common::system::MutexGuard;
+using qel::rsi::client::Request;
+
+namespace {
+
+std::string loggerNameOf(std::shared_ptr<FrameworkConfig> const& config) {
+    return (config ? config->loggerName : std::string("framework")) + ".RSIClientWrapper";
+}
+
+}  // namespace
+
+RSIClientWrapper::RSIClientWrapper(std::shared_ptr<FrameworkConfig> const& config)
+    : Thread(loggerNameOf(config)),
+      m_logger(loggerNameOf(config)),
+      m_client(qel::rsi::client::GetSharedRsiClient()) {
+    m_logger << LogLevel::Info << "created";
+    if (!m_client) {
+        m_logger << LogLevel::Error << "No RSI client available, every request will fail";
+    }
+}
+
+RSIClientWrapper::~RSIClientWrapper() {
+    m_logger << LogLevel::Info << "~RSIClientWrapper";
+    stop();
+}
+
+void RSIClientWrapper::start() {
+    m_logger << LogLevel::Info << "start";
+    Thread::start();
+}
+
+void RSIClientWrapper::stop() {
+    if (m_stopped.load()) {
+        return;
+    }
+    m_logger << LogLevel::Info << "stop";
+    {
+        MutexGuard guard(m_lock);
+        cancelJobs();
+        m_stopped.store(true);  // under the lock, so that no job is queued behind the final clear
+    }
+    m_jobSignal.up();
+    join();
+}
+
+void RSIClientWrapper::disconnect() {
+    m_logger << LogLevel::Info << "disconnecting";
+    SubscriptionMap dropped;
+    {
+        MutexGuard guard(m_lock);
+        cancelJobs();
+        dropped = takeAllSubscriptions();
+        m_nextSubscriptionId.store(1);
+    }
+}
+
+void RSIClientWrapper::run() {
+    m_logger << LogLevel::Info << "Thread started";
+    while (!m_stopped.load()) {
+        m_jobSignal.down(JOB_WAIT_MS);
+        if (m_stopped.load()) {
+            break;
+        }
+        std::uint64_t const ticket = currentWakeTicket();
+        processJob();
+        retrySubscriptions();
+        retryRequests();
+        finishLoop(ticket);
+    }
+    clearJobs();
+    removeAllSubscriptions();
+    m_logger << LogLevel::Info << "Thread finished";
+}
+
+void RSIClientWrapper::sendRequest(std::shared_ptr<Request> const& request,
+                                   std::weak_ptr<qel::rsi::client::ResponseHandler> const& handler) {
+    if (!request) {
+        m_logger << LogLevel::Error << "sendRequest without a request";
+        return;
+    }
+    if (m_stopped.load()) {
+        m_logger << LogLevel::Warning << "sendRequest skipped because of shutdown: " << getRequestDescription(*request);
+        return;
+    }
+    if (LogConfig::isEnabled(LogLevel::Info)) {
+        m_logger << LogLevel::Info << "sendRequest " << getRequestDescription(*request);
+    }
+    auto const job = std::make_shared<RSIRequest>(request, m_client, handler, m_logger);
+    addJob(job);
+    addRequest(job);
+}
+
+unsigned int RSIClientWrapper::subscribe(std::shared_ptr<Request> const& request,
+                                         std::weak_ptr<qel::rsi::client::ResponseHandler> const& responseHandler,
+                                         std::weak_ptr<qel::rsi::client::EventHandler> const& eventHandler) {
+    if (!request) {
+        m_logger << LogLevel::Error << "subscribe without a request";
+        return 0;
+    }
+    if (m_stopped.load()) {
+        m_logger << LogLevel::Warning << "subscribe skipped because of shutdown: " << getRequestDescription(*request);
+        return 0;
+    }
+    m_logger << LogLevel::Info << "subscribe " << getRequestDescription(*request);
+    unsigned int const id = m_nextSubscriptionId.fetch_add(1);
+    auto const subscription =
+        std::make_shared<RSISubscription>(request, m_client, responseHandler, eventHandler, id, m_logger);
+    addJob(subscription);
+    addSubscription(id, subscription);
+    return id;
+}
+
+void RSIClientWrapper::unsubscribe(unsigned int subscriptionId) {
+    MutexGuard guard(m_lock);
+    if (m_stopped.load()) {
+        return;
+    }
+    m_logger << LogLevel::Trace << "unsubscribe";
+    if (!isSubscriptionExisting(subscriptionId)) {
+        m_logger << LogLevel::Warning << "no subscription found <wrapper> " << subscriptionId;
+        return;
+    }
+    auto const& subscription = m_subscriptions.at(subscriptionId);
+    m_logger << LogLevel::Info << "Removing subscription: <wrapper> " << subscriptionId << " <rsiClient> "
+             << (subscription ? subscription->subIdClient() : 0U);
+    // The job holds the last reference, so the client is unsubscribed on the worker thread.
+    addJob(std::make_shared<RSIUnSubRequest>(subscription, m_logger));
+    m_subscriptions.erase(subscriptionId);
+}
+
+void RSIClientWrapper::addJob(std::shared_ptr<IRSIJob> const& job) {
+    m_logger << LogLevel::Trace << "addJob";
+    {
+        MutexGuard guard(m_lock);
+        if (m_stopped.load()) {
+            m_logger << LogLevel::Warning << "addJob skipped, already stopped";
+            return;
+        }
+        m_jobs.push_back(job);
+    }
+    m_jobSignal.up();
+}
+
+void RSIClientWrapper::addRequest(std::shared_ptr<RSIRequest> const& request) {
+    MutexGuard guard(m_lock);
+    m_requests.push_back(request);
+}
+
+void RSIClientWrapper::addSubscription(unsigned int id, std::shared_ptr<RSISubscription> const& subscription) {
+    MutexGuard guard(m_lock);
+    m_subscriptions[id] = subscription;
+}
+
+bool RSIClientWrapper::isSubscriptionExisting(unsigned int id) const {
+    MutexGuard guard(m_lock);
+    return m_subscriptions.count(id) > 0;
+}
+
+void RSIClientWrapper::processJob() {
+    m_logger << LogLevel::Trace << "process";
+    std::shared_ptr<IRSIJob> job;
+    {
+        MutexGuard guard(m_lock);
+        if (m_jobs.empty()) {
+            return;
+        }
+        job = std::move(m_jobs.front());
+        m_jobs.pop_front();
+    }
+    if (!job) {
+        m_logger << LogLevel::Error << "RsiClientWrapper: RSI job is invalid";
+        return;
+    }
+    job->process();
+}
+
+void RSIClientWrapper::retrySubscriptions() {
+    SubscriptionMap subscriptions;
+    {
+        MutexGuard guard(m_lock);
+        subscriptions = m_subscriptions;
+    }
+    std::vector<unsigned int> exhausted;
+    for (auto const& [id, subscription] : subscriptions) {
+        if (subscription && !subscription->canBeRetriedNow()) {
+            exhausted.push_back(id);
+        }
+    }
+    for (unsigned int const id : exhausted) {
+        unsubscribe(id);
+    }
+}
+
+void RSIClientWrapper::retryRequests() {
+    std::list<std::shared_ptr<RSIRequest>> requests;
+    {
+        MutexGuard guard(m_lock);
+        requests.swap(m_requests);
+    }
+    for (auto it = requests.begin(); it != requests.end();) {
+        auto const& request = *it;
+        if (request && request->canBeRetriedNow() && !request->isSent()) {
+            ++it;
+        } else {
+            m_logger << LogLevel::Trace << "Deleting RSI request";
+            it = requests.erase(it);
+        }
+    }
+    MutexGuard guard(m_lock);
+    m_requests.splice(m_requests.begin(), requests);  // requests added meanwhile stay behind
+}
+
+void RSIClientWrapper::cancelJobs() {
+    MutexGuard guard(m_lock);
+    for (auto const& job : m_jobs) {
+        if (job) {
+            job->requestCancel();
+        }
+    }
+}
+
+void RSIClientWrapper::clearJobs() {
+    std::deque<std::shared_ptr<IRSIJob>> dropped;
+    MutexGuard guard(m_lock);
+    dropped.swap(m_jobs);
+}
+
+void RSIClientWrapper::removeAllSubscriptions() {
+    SubscriptionMap const dropped = takeAllSubscriptions();
+}
+
+RSIClientWrapper::SubscriptionMap RSIClientWrapper::takeAllSubscriptions() {
+    MutexGuard guard(m_lock);
+    m_logger << LogLevel::Info << "Removing all subscriptions";
+    for (auto const& [id, subscription] : m_subscriptions) {
+        m_logger << LogLevel::Info << "Removing subscription: <wrapper> " << id << " <rsiClient> "
+                 << (subscription ? subscription->subIdClient() : 0U);
+    }
+    SubscriptionMap taken;
+    taken.swap(m_subscriptions);
+    return taken;
+}
+
+std::string RSIClientWrapper::getRequestDescription(Request const& request) {
+    std::string description = qel::rsi::client::methodName(request.type);
+    description += ' ';
+    description += qel::rsi::client::uriOf(request);
+    char separator = '?';
+    for (auto const& [key, value] : request.queryParameters) {
+        description += separator;
+        description += key;
+        description += '=';
+        description += value;
+        separator = '&';
+    }
+    description += "   ";
+    if (qel::rsi::client::hasBody(request.type)) {
+        description += qel::dataformats::json::jsonStringFromValue(request.data.get());
+    }
+    return description;
+}
+
+std::size_t RSIClientWrapper::queuedJobCount() const {
+    MutexGuard guard(m_lock);
+    return m_jobs.size();
+}
+
+std::uint64_t RSIClientWrapper::wakeWorker() {
+    std::uint64_t ticket = 0;
+    {
+        MutexGuard guard(m_loopMutex);
+        ticket = ++m_wakeTickets;
+    }
+    m_jobSignal.up();
+    return ticket;
+}
+
+bool RSIClientWrapper::waitForWorkerLoop(std::uint64_t ticket, std::uint32_t timeoutMs) {
+    MutexGuard guard(m_loopMutex);
+    return m_loopDone.wait(m_loopMutex, timeoutMs, [this, ticket] { return m_finishedTicket >= ticket; });
+}
+
+std::uint64_t RSIClientWrapper::currentWakeTicket() {
+    MutexGuard guard(m_loopMutex);
+    return m_wakeTickets;
+}
+
+void RSIClientWrapper::finishLoop(std::uint64_t ticket) {
+    {
+        MutexGuard guard(m_loopMutex);
+        m_finishedTicket = std::max(m_finishedTicket, ticket);
+    }
+    m_loopDone.broadcast();
+}
+
+}  // namespace qel::onlineservices::framework::core

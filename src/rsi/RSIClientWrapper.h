@@ -1,0 +1,104 @@
+// The RSI client wrapper: a FIFO of jobs, a worker thread that runs them one at a time, the
+// request jobs kept for retry and the registry of live subscriptions.
+//
+// Contract: every call into the RSI client happens on the worker thread, never under the
+// wrapper's lock, so callers on any thread return at once. The worker waits at most 1000 ms for a
+// job, then runs at most one job and both retry passes. `stop` cancels queued work, ends and joins
+// the worker, which drops the queue and the subscriptions (unsubscribing them at the client); no
+// handler is called after `stop` returned. `disconnect` drops the subscriptions, cancels queued
+// work and restarts the subscription ids at 1 while the worker goes on. Call `stop` before the
+// last reference goes: the destructor stops too, but must not run on the worker thread itself.
+//
+// For tests, `wakeWorker` and `waitForWorkerLoop` let a caller that moved the clock see one full
+// loop (job and retry passes) run afterwards; they queue nothing and change nothing else.
+#pragma once
+
+#include "common/CondVar.h"
+#include "common/Logger.h"
+#include "common/Mutex.h"
+#include "common/Semaphore.h"
+#include "common/Thread.h"
+#include "config/FrameworkConfig.h"
+#include "rsi/IRSIClientWrapper.h"
+#include "rsi/IRSIJob.h"
+#include "rsi/ISharedRsiClient.h"
+#include "rsi/RSIRequest.h"
+#include "rsi/RSISubscription.h"
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace qel::onlineservices::framework::core {
+
+class RSIClientWrapper : public qel::common::system::Thread, public IRSIClientWrapper {
+public:
+    static constexpr std::uint32_t JOB_WAIT_MS = 1000;
+
+    explicit RSIClientWrapper(std::shared_ptr<FrameworkConfig> const& config);
+    ~RSIClientWrapper() override;
+
+    void run() override;
+
+    void sendRequest(std::shared_ptr<qel::rsi::client::Request> const& request,
+                     std::weak_ptr<qel::rsi::client::ResponseHandler> const& handler) override;
+    unsigned int subscribe(std::shared_ptr<qel::rsi::client::Request> const& request,
+                           std::weak_ptr<qel::rsi::client::ResponseHandler> const& responseHandler,
+                           std::weak_ptr<qel::rsi::client::EventHandler> const& eventHandler) override;
+    void unsubscribe(unsigned int subscriptionId) override;
+    void disconnect() override;
+    void start() override;
+    void stop() override;
+
+    // "METHOD uri?query   body" on one line.
+    static std::string getRequestDescription(qel::rsi::client::Request const& request);
+
+    std::size_t queuedJobCount() const;
+    // Wakes the worker for one more loop; returns a ticket for `waitForWorkerLoop`.
+    std::uint64_t wakeWorker();
+    // True once a loop that began after `wakeWorker` returned `ticket` has finished.
+    bool waitForWorkerLoop(std::uint64_t ticket, std::uint32_t timeoutMs);
+
+private:
+    using SubscriptionMap = std::map<unsigned int, std::shared_ptr<RSISubscription>>;
+
+    void addJob(std::shared_ptr<IRSIJob> const& job);
+    void addRequest(std::shared_ptr<RSIRequest> const& request);
+    void addSubscription(unsigned int id, std::shared_ptr<RSISubscription> const& subscription);
+    bool isSubscriptionExisting(unsigned int id) const;
+
+    void processJob();
+    void retrySubscriptions();
+    void retryRequests();
+    void cancelJobs();
+    void clearJobs();
+    void removeAllSubscriptions();
+    // Empties the registry under the lock; the caller drops the result outside it, since the last
+    // reference of a subscription unsubscribes it at the client.
+    SubscriptionMap takeAllSubscriptions();
+
+    std::uint64_t currentWakeTicket();
+    void finishLoop(std::uint64_t ticket);
+
+    qel::common::logging::Logger const m_logger;
+    // Declared before the containers so that jobs released with the wrapper still reach it.
+    std::shared_ptr<qel::rsi::client::ISharedRsiClient> const m_client;
+    std::deque<std::shared_ptr<IRSIJob>> m_jobs;            // guarded by m_lock
+    SubscriptionMap m_subscriptions;                        // guarded by m_lock
+    std::list<std::shared_ptr<RSIRequest>> m_requests;      // guarded by m_lock
+    qel::common::system::Semaphore m_jobSignal{0};
+    mutable qel::common::system::Mutex m_lock;
+    std::atomic<bool> m_stopped{false};  // written under m_lock, read anywhere
+    std::atomic<unsigned int> m_nextSubscriptionId{1};
+
+    qel::common::system::Mutex m_loopMutex;
+    qel::common::system::CondVar m_loopDone;
+    std::uint64_t m_wakeTickets = 0;     // guarded by m_loopMutex
+    std::uint64_t m_finishedTicket = 0;  // guarded by m_loopMutex
+};
+
+}  // namespace qel::onlineservices::framework::core

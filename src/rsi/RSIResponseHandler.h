@@ -1,0 +1,28 @@
+// Turns a function into a `ResponseHandler`, so that a caller can bind its own member function
+// (and the context it needs) to one request. The wrapper holds handlers weakly: the caller keeps
+// this object alive until the answer came.
+#pragma once
+
+#include "common/Logger.h"
+#include "rsi/ResponseHandler.h"
+
+#include <functional>
+
+namespace qel::onlineservices::framework::core {
+
+class RSIResponseHandler : public qel::rsi::client::ResponseHandler {
+public:
+    using Function = std::function<void(qel::rsi::client::RequestState const&, qel::rsi::client::Response const&)>;
+
+    explicit RSIResponseHandler(Function function);
+
+    using qel::rsi::client::ResponseHandler::handleResponse;
+    // An empty function is a wiring fault: logged, never thrown on the worker thread.
+    void handleResponse(qel::rsi::client::RequestState const& state,
+                        qel::rsi::client::Response const& response) override;
+
+private:
+    Function const m_function;
+};
+
+}  // namespace qel::onlineservices::framework::core

@@ -1,0 +1,211 @@
+#include "RsiTestDoubles.h"
+#include "dataformats/Value.h"
+#include "rsi/RSIClientWrapper.h"
+#include "support/InMemoryRsiClient.h"
+#include "support/LogCapture.h"
+#include "support/ManualClock.h"
+#include "support/RsiWorkerDriver.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+namespace qel::test {
+namespace {
+
+using common::logging::LogLevel;
+using onlineservices::framework::FrameworkConfig;
+using onlineservices::framework::core::RSIClientWrapper;
+using namespace rsi::client;
+
+std::shared_ptr<Request> makeRequest(std::uint32_t type, std::string service, std::string resource,
+                                     std::string element = {}) {
+    auto request = std::make_shared<Request>();
+    request->type = type;
+    request->service = std::move(service);
+    request->resource = std::move(resource);
+    request->element = std::move(element);
+    return request;
+}
+
+std::shared_ptr<FrameworkConfig> testConfig() {
+    auto config = std::make_shared<FrameworkConfig>();
+    config->loggerName = "framework_test";
+    return config;
+}
+
+class RsiClientWrapperTest : public ::testing::Test {
+protected:
+    void SetUp() override { wrapper->start(); }
+    void TearDown() override { wrapper->stop(); }
+
+    unsigned int subscribeItems(std::string const& element = {}) {
+        auto const type = element.empty() ? RequestTypeSubscribeResource : RequestTypeSubscribeElement;
+        return wrapper->subscribe(makeRequest(type, "onlinekvs", "items", element), handler, handler);
+    }
+
+    LogCapture log;
+    ManualClock clock;
+    InMemoryRsiClient::Installation rsi;
+    std::shared_ptr<RSIClientWrapper> wrapper = std::make_shared<RSIClientWrapper>(testConfig());
+    std::shared_ptr<RecordingHandler> handler = std::make_shared<RecordingHandler>();
+};
+
+TEST_F(RsiClientWrapperTest, describesRequestsOnOneLine) {
+    auto get = makeRequest(RequestTypeGetElement, "onlinekvs", "items", "abc");
+    EXPECT_EQ(RSIClientWrapper::getRequestDescription(*get), "GET onlinekvs/items/abc   ");
+    get->queryParameters = {{"b", "2"}, {"a", "1"}};
+    EXPECT_EQ(RSIClientWrapper::getRequestDescription(*get), "GET onlinekvs/items/abc?a=1&b=2   ");
+
+    auto create = makeRequest(RequestTypePostResource, "capabilitiesmanagement", "capabilities");
+    auto body = std::make_unique<dataformats::data::Object>();
+    body->setNew("value", std::make_unique<dataformats::data::String>("1"));
+    create->data = std::move(body);
+    EXPECT_EQ(RSIClientWrapper::getRequestDescription(*create), R"(POST capabilitiesmanagement/capabilities   {"value":"1"})");
+    EXPECT_EQ(RSIClientWrapper::getRequestDescription(*makeRequest(RequestTypePostElement, "backendjobs", "jobs", "j1")),
+              "POST backendjobs/jobs/j1   null");
+
+    auto root = makeRequest(RequestTypeSubscribeRoot, "ignored", "ignored");
+    root->queryParameters["name"] = "onlinekvs";
+    EXPECT_EQ(RSIClientWrapper::getRequestDescription(*root), "SUBSCRIBE /?name=onlinekvs   ");
+    EXPECT_EQ(RSIClientWrapper::getRequestDescription(*makeRequest(RequestTypeGetService, "svc", "r")), "GET svc/   ");
+    EXPECT_EQ(RSIClientWrapper::getRequestDescription(*makeRequest(99, "svc", "r")), "UNKNOWN <unknown uri>   ");
+}
+
+TEST_F(RsiClientWrapperTest, processesRequestsInOrderAndAnswersTheirHandlers) {
+    for (char const* element : {"a", "b", "c"}) {
+        wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", element), handler);
+    }
+    ASSERT_TRUE(handler->responses.waitFor(3));
+    auto const requests = rsi->requests();
+    ASSERT_EQ(requests.size(), 3u);
+    EXPECT_EQ(requests[0].element, "a");
+    EXPECT_EQ(requests[1].element, "b");
+    EXPECT_EQ(requests[2].element, "c");
+    EXPECT_TRUE(log.contains(LogLevel::Info, "sendRequest GET onlinekvs/items/a   "));
+    EXPECT_EQ(handler->responses.all()[2].status, 200);
+}
+
+TEST_F(RsiClientWrapperTest, workerRetriesAFailedRequestOnlyAfterItsDelayPassed) {
+    rsi->replyTo({}, Reply(500), 1);
+    wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", "a"), handler);
+    ASSERT_TRUE(rsi->waitForRequests(1));
+    ASSERT_TRUE(drainWorker(*wrapper));
+    clock.advance(10000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->requests().size(), 1u);
+    EXPECT_EQ(handler->responses.size(), 0u);
+
+    clock.advance(1);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->requests().size(), 2u);
+    ASSERT_EQ(handler->responses.size(), 1u);
+    EXPECT_EQ(handler->responses.all()[0].status, 200);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_TRUE(log.contains(LogLevel::Trace, "Deleting RSI request"));
+}
+
+TEST_F(RsiClientWrapperTest, lostSubscriptionIsMadeAgainByTheWorkerAndUnsubscribedOnceWhenRemoved) {
+    unsigned int const id = subscribeItems();
+    EXPECT_EQ(id, 1u);
+    ASSERT_TRUE(handler->responses.waitFor(1));
+    EXPECT_EQ(rsi->closeConnection(), 1u);
+    ASSERT_TRUE(drainWorker(*wrapper));
+    clock.advance(10001);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    ASSERT_EQ(rsi->subscriptions().size(), 2u);
+    EXPECT_EQ(rsi->lastSubscriptionId(), 1002u);
+    EXPECT_EQ(handler->responses.size(), 2u);
+    EXPECT_TRUE(rsi->pushData(1002, "[]"));
+    EXPECT_EQ(handler->events.size(), 1u);
+
+    wrapper->unsubscribe(id);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "Removing subscription: <wrapper> 1 <rsiClient> 1002"));
+    ASSERT_TRUE(rsi->waitForUnsubscribeCalls(1));
+    ASSERT_TRUE(drainWorker(*wrapper));
+    EXPECT_EQ(rsi->unsubscribed(), std::vector<std::uint32_t>{1002});
+    EXPECT_FALSE(rsi->pushData(1002, "[]"));
+
+    wrapper->unsubscribe(id);
+    wrapper->unsubscribe(42);
+    EXPECT_EQ(log.count(LogLevel::Warning, "no subscription found <wrapper> 1"), 1u);
+    EXPECT_EQ(log.count(LogLevel::Warning, "no subscription found <wrapper> 42"), 1u);
+    EXPECT_EQ(wrapper->queuedJobCount(), 0u);
+}
+
+TEST_F(RsiClientWrapperTest, disconnectDropsEverySubscriptionAndRestartsTheIds) {
+    EXPECT_EQ(subscribeItems(), 1u);
+    EXPECT_EQ(subscribeItems("e1"), 2u);
+    ASSERT_TRUE(rsi->waitForSubscribeCalls(2));
+    ASSERT_TRUE(drainWorker(*wrapper));
+
+    wrapper->disconnect();
+    ASSERT_TRUE(rsi->waitForUnsubscribeCalls(2));
+    ASSERT_TRUE(drainWorker(*wrapper));
+    auto unsubscribed = rsi->unsubscribed();
+    std::sort(unsubscribed.begin(), unsubscribed.end());
+    EXPECT_EQ(unsubscribed, (std::vector<std::uint32_t>{1001, 1002}));
+    EXPECT_TRUE(log.contains(LogLevel::Info, "Removing subscription: <wrapper> 2 <rsiClient> 1002"));
+
+    EXPECT_EQ(subscribeItems(), 1u);
+    ASSERT_TRUE(rsi->waitForSubscribeCalls(3));
+}
+
+TEST_F(RsiClientWrapperTest, refusesEverythingAfterStop) {
+    wrapper->stop();
+    EXPECT_EQ(subscribeItems(), 0u);
+    wrapper->sendRequest(makeRequest(RequestTypeGetResource, "onlinekvs", "items"), handler);
+    wrapper->unsubscribe(1);
+    EXPECT_EQ(wrapper->queuedJobCount(), 0u);
+    EXPECT_TRUE(log.contains(LogLevel::Warning, "subscribe skipped because of shutdown: SUBSCRIBE onlinekvs/items   "));
+    EXPECT_TRUE(log.contains(LogLevel::Warning, "sendRequest skipped because of shutdown: GET onlinekvs/items   "));
+    EXPECT_FALSE(log.contains(LogLevel::Warning, "no subscription found <wrapper> 1"));
+    EXPECT_TRUE(rsi->requests().empty());
+    EXPECT_TRUE(rsi->subscriptions().empty());
+}
+
+TEST_F(RsiClientWrapperTest, stopWithWorkInFlightReturnsPromptlyAndCallsNoHandlerAfterwards) {
+    rsi->setDefaultReply(Reply(200).heldFor(60000));
+    wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", "held"), handler);
+    ASSERT_TRUE(rsi->waitForRequests(1));  // the worker is now inside the client
+    for (int i = 0; i < 3; ++i) {
+        wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", "queued"), handler);
+        subscribeItems();
+    }
+
+    std::thread stopper([this] { wrapper->stop(); });
+    while (subscribeItems() != 0) {
+        std::this_thread::yield();  // until stop has shut the door
+    }
+    auto const released = std::chrono::steady_clock::now();
+    rsi->releaseHeld();
+    stopper.join();
+    // Any queued job run after the release would have been held for a minute.
+    EXPECT_LT(std::chrono::steady_clock::now() - released, std::chrono::seconds(30));
+
+    EXPECT_EQ(handler->responses.size(), 1u);  // the one in flight, before stop returned
+    EXPECT_EQ(rsi->requests().size(), 1u);
+    EXPECT_TRUE(rsi->subscriptions().empty());
+    EXPECT_TRUE(rsi->unsubscribed().empty());  // nothing was made at the client, so nothing to undo
+    EXPECT_EQ(rsi->closeConnection(), 0u);
+    EXPECT_EQ(handler->responses.size(), 1u);
+    EXPECT_EQ(handler->events.size(), 0u);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "Thread finished"));
+}
+
+TEST(RsiClientWrapperWithoutClient, logsAndReportsTheClientAsExpired) {
+    LogCapture log;
+    auto const wrapper = std::make_shared<RSIClientWrapper>(testConfig());
+    EXPECT_TRUE(log.contains(LogLevel::Error, "No RSI client available, every request will fail"));
+    auto const handler = std::make_shared<RecordingHandler>();
+    wrapper->start();
+    wrapper->sendRequest(makeRequest(RequestTypeGetResource, "onlinekvs", "items"), handler);
+    ASSERT_TRUE(handler->responses.waitFor(1));
+    EXPECT_EQ(handler->responses.all()[0].status, 0);
+    EXPECT_TRUE(log.contains(LogLevel::Warning, "RSI client expired"));
+    wrapper->stop();
+}
+
+}  // namespace
+}  // namespace qel::test

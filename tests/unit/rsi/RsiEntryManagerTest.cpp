@@ -1,0 +1,190 @@
+#include "RsiTestDoubles.h"
+#include "rsi/RSIClientWrapper.h"
+#include "rsi/RSIEntryManager.h"
+#include "support/InMemoryRsiClient.h"
+#include "support/LogCapture.h"
+#include "support/RsiWorkerDriver.h"
+
+#include <gtest/gtest.h>
+
+namespace qel::test {
+namespace {
+
+using common::logging::LogLevel;
+using onlineservices::framework::FrameworkConfig;
+using onlineservices::framework::core::IURIHandler;
+using onlineservices::framework::core::RSIClientWrapper;
+using onlineservices::framework::core::RSIEntry;
+using onlineservices::framework::core::RSIEntryManager;
+using namespace rsi::client;
+
+class RecordingUriHandler : public IURIHandler {
+public:
+    void handleURI(std::string const& uri) override { uris.add(uri); }
+    Recorder<std::string> uris;
+};
+
+std::shared_ptr<RSIEntry> capability(std::string const& name, std::string const& value, bool alwaysCreate) {
+    auto entry = std::make_shared<RSIEntry>();
+    entry->description = "(Capability) " + name;
+    entry->service = "capabilitiesmanagement";
+    entry->resource = "capabilities";
+    entry->keys = {{"name", name}, {"serviceHostSystem", "hu"}, {"serviceId", "nav"}};
+    entry->values = {{"value", value}};
+    entry->updateIfExisting = true;
+    entry->alwaysCreate = alwaysCreate;
+    return entry;
+}
+
+std::shared_ptr<RSIEntry> kvsItem(std::string const& key, std::shared_ptr<IURIHandler> const& handler) {
+    auto entry = std::make_shared<RSIEntry>();
+    entry->description = "(KVS item) " + key;
+    entry->service = "onlinekvs";
+    entry->resource = "items";
+    entry->keys = {{"name", key}};
+    entry->alwaysCreate = true;
+    entry->uriHandler = handler;
+    return entry;
+}
+
+class RsiEntryManagerTest : public ::testing::Test {
+protected:
+    LogCapture log;
+    std::shared_ptr<ScriptedWrapper> wrapper = std::make_shared<ScriptedWrapper>();
+    std::shared_ptr<RSIEntryManager> manager =
+        std::make_shared<RSIEntryManager>(std::make_shared<FrameworkConfig>(), wrapper);
+    std::shared_ptr<RecordingCallback> callback = std::make_shared<RecordingCallback>();
+    std::shared_ptr<RecordingUriHandler> uriHandler = std::make_shared<RecordingUriHandler>();
+};
+
+TEST_F(RsiEntryManagerTest, newEntryIsReadThenCreatedAndLearnsItsIdFromTheLocation) {
+    auto const entry = capability("route", "1", true);
+    manager->post({entry}, callback);
+    ASSERT_EQ(wrapper->sent.size(), 1u);
+    auto const& read = *wrapper->sent[0].request;
+    EXPECT_EQ(read.type, RequestTypeGetElement);
+    EXPECT_EQ(read.requestId, 3u);
+    EXPECT_EQ(read.element, "");
+    EXPECT_EQ(read.queryParameters, entry->keys);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "GET sent,  waiting for response..."));
+
+    ASSERT_TRUE(wrapper->answer(0, 200, R"({"data":[]})"));
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Capability) route doesn't yet exist"));
+    ASSERT_EQ(wrapper->sent.size(), 2u);
+    auto const& write = *wrapper->sent[1].request;
+    EXPECT_EQ(write.type, RequestTypePostResource);
+    EXPECT_EQ(write.requestId, 5u);
+    EXPECT_EQ(write.element, "");
+    EXPECT_EQ(write.contentType, "application/json");
+    EXPECT_EQ(write.acceptType, "application/json");
+    EXPECT_EQ(dataformats::json::stringify(write.data.get()),
+              R"({"name":"route","serviceHostSystem":"hu","serviceId":"nav","value":"1"})");
+    EXPECT_EQ(callback->values.size(), 0u);
+
+    ASSERT_TRUE(wrapper->answer(1, 201, "", "https://backend/capabilitiesmanagement/capabilities/1234/"));
+    EXPECT_EQ(entry->getUuid(), "1234");
+    EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
+}
+
+TEST_F(RsiEntryManagerTest, changedEntryIsUpdatedInPlaceWhenItMayBeOtherwiseCreatedAnew) {
+    auto const updatable = capability("route", "new", false);
+    auto const recreated = capability("speed", "new", true);
+    manager->post({updatable, recreated}, callback);
+    std::string const found = R"({"data":[{"id":"abc","name":"x","value":"old"}]})";
+    ASSERT_TRUE(wrapper->answer(0, 200, found));
+    ASSERT_TRUE(wrapper->answer(1, 200, found));
+
+    ASSERT_EQ(wrapper->sent.size(), 4u);
+    auto const& update = *wrapper->sent[2].request;
+    EXPECT_EQ(update.type, RequestTypePostElement);
+    EXPECT_EQ(update.element, "abc");
+    EXPECT_EQ(dataformats::json::stringify(update.data.get()), R"({"value":"new"})");
+    EXPECT_TRUE(log.contains(LogLevel::Info, "Updating entry with UUID abc"));
+    auto const& create = *wrapper->sent[3].request;
+    EXPECT_EQ(create.type, RequestTypePostResource);
+    EXPECT_EQ(create.element, "");
+
+    ASSERT_TRUE(wrapper->answer(2, 200));
+    EXPECT_EQ(updatable->getUuid(), "abc");  // no location: the id the read returned stays
+    ASSERT_TRUE(wrapper->answer(3, 201, "", "/capabilities/def"));
+    EXPECT_EQ(recreated->getUuid(), "def");
+    EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
+}
+
+TEST_F(RsiEntryManagerTest, entriesTheBackendAlreadyHoldsAreNotWrittenAndTheSetReportsOnceAfterTheLast) {
+    auto const kvs = kvsItem("k", uriHandler);
+    auto const current = capability("route", "1", true);
+    auto const other = capability("speed", "2", true);
+    manager->post({kvs, current, other}, callback);
+    ASSERT_TRUE(wrapper->answer(0, 200, R"({"data":[{"id":"kvs-1","name":"k"},{"id":"kvs-2","name":"k"}]})"));
+    ASSERT_TRUE(wrapper->answer(1, 226, R"({"data":[{"id":"c-7","value":"1"}]})"));
+    EXPECT_EQ(callback->values.size(), 0u);
+    ASSERT_TRUE(wrapper->answer(2, 200, R"({"data":[{"id":"c-8","value":"2"}]})"));
+
+    EXPECT_EQ(wrapper->sent.size(), 3u);
+    EXPECT_EQ(uriHandler->uris.all(), std::vector<std::string>{"kvs-1"});
+    EXPECT_EQ(current->getUuid(), "c-7");
+    EXPECT_EQ(log.count(LogLevel::Info, "Values up to date!"), 3u);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(KVS item) k multiple entries with same key found. This should not happen!"));
+    EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
+}
+
+TEST_F(RsiEntryManagerTest, setReportsFalseAtOnceForEveryFailureAndTrueNeverAfterOne) {
+    auto const kvs = kvsItem("k", uriHandler);
+    kvs->setUuid("old-id");
+    std::vector<std::shared_ptr<RSIEntry>> const entries{capability("a", "1", true), kvs, capability("c", "1", true)};
+    manager->post(entries, callback);
+    ASSERT_TRUE(wrapper->answer(0, 200, R"({"data":[{"id":"a-1","value":"1"}]})"));
+    EXPECT_EQ(callback->values.size(), 0u);
+    ASSERT_TRUE(wrapper->answer(1, 227, R"({"data":[{"id":"x"}]})"));
+    EXPECT_EQ(callback->values.all(), std::vector<bool>{false});
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(KVS item) k GET failed."));
+    EXPECT_EQ(uriHandler->uris.all(), std::vector<std::string>{"old-id"});
+
+    ASSERT_TRUE(wrapper->answer(2, 200, R"({"data":[]})"));
+    ASSERT_TRUE(wrapper->answer(3, 504, R"({"error":"timeout"})"));
+    EXPECT_EQ(callback->values.all(), (std::vector<bool>{false, false}));
+    EXPECT_TRUE(log.contains(LogLevel::Error, "POST failed. Aborting. Status: 504"));
+    EXPECT_TRUE(log.contains(LogLevel::Info, R"((Capability) c Response: {"error":"timeout"})"));
+}
+
+TEST_F(RsiEntryManagerTest, answersForAGoneEntryOrManagerAreDropped) {
+    auto entry = capability("route", "1", true);
+    manager->post({entry}, callback);
+    entry.reset();
+    EXPECT_FALSE(wrapper->answer(0, 200, R"({"data":[]})"));  // the entry kept its own handler
+
+    auto const kept = capability("speed", "1", true);
+    manager->post({kept}, callback);
+    manager.reset();
+    ASSERT_TRUE(wrapper->answer(1, 200, R"({"data":[]})"));
+    EXPECT_EQ(wrapper->sent.size(), 2u);
+    EXPECT_EQ(callback->values.size(), 0u);
+}
+
+TEST(RsiEntryManagerThroughTheWorker, createsAMissingKvsItemAndHandsItsIdOver) {
+    LogCapture log;
+    InMemoryRsiClient::Installation rsi;
+    rsi->replyTo({RequestTypeGetElement}, Reply(200, R"({"data":[]})"));
+    rsi->replyTo({RequestTypePostResource}, Reply(201, "", "/onlinekvs/items/kvs-9/"));
+    auto const config = std::make_shared<FrameworkConfig>();
+    auto const wrapper = std::make_shared<RSIClientWrapper>(config);
+    auto const manager = std::make_shared<RSIEntryManager>(config, wrapper);
+    auto const callback = std::make_shared<RecordingCallback>();
+    auto const uriHandler = std::make_shared<RecordingUriHandler>();
+    auto const entry = kvsItem("mileage", uriHandler);
+    wrapper->start();
+
+    manager->post({entry}, callback);
+    ASSERT_TRUE(callback->values.waitFor(1));
+    EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
+    EXPECT_EQ(uriHandler->uris.all(), std::vector<std::string>{"kvs-9"});
+    auto const requests = rsi->requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0].queryParameters.at("name"), "mileage");
+    EXPECT_EQ(requests[1].body, R"({"name":"mileage"})");
+    wrapper->stop();
+}
+
+}  // namespace
+}  // namespace qel::test
