@@ -1,0 +1,47 @@
+// The application's handle on the vehicle's online services.
+//
+// Contract: obtained from the factory, already configured. Register listeners, then call
+// `startup`; from then on the framework connects to the backend on its own threads, posts the
+// application's entries, follows its subscriptions and reports through the listeners. All
+// operations are called on the application's thread, return without waiting for the backend
+// (except `updateKVSItem`) and report failures through the log and their result, never by
+// throwing. Listeners are held weakly: the application owns them.
+#pragma once
+
+#include <onlineservices/framework/Export.h>
+#include <onlineservices/framework/IBackendJobListener.h>
+#include <onlineservices/framework/IKVSListener.h>
+#include <onlineservices/framework/IRunStateListener.h>
+#include <onlineservices/framework/IServiceDataListener.h>
+#include <onlineservices/framework/KVSUpdateStatus.h>
+
+#include <memory>
+#include <string>
+
+namespace qel::onlineservices::framework::core {
+
+class QEL_OSF_EXPORT IOnlineServiceClient {
+public:
+    // Starts the walk towards RESUMED. Does nothing when the client is not fully wired (a log
+    // line says what is missing).
+    virtual void startup() = 0;
+    // Goes to PAUSED: releases the access token and the networking connection, keeps the rest.
+    virtual void pauseConnection() = 0;
+    // Goes back to RESUMED after `pauseConnection`.
+    virtual void unpauseConnection() = 0;
+    // Shuts the client down for good (run state DESTROYED); a second call does nothing. The
+    // client can only be destroyed afterwards. Destroying a running client stops it first.
+    virtual void stop() = 0;
+    // The one listener that executes backend jobs; replaces an earlier one.
+    virtual void setBackendJobListener(std::shared_ptr<IBackendJobListener> const& listener) = 0;
+    // Adds a listener; a listener added twice is called twice.
+    virtual void addKVSListener(std::shared_ptr<IKVSListener> const& listener) = 0;
+    virtual void addServiceDataListener(std::shared_ptr<IServiceDataListener> const& listener) = 0;
+    virtual void addRunStateListener(std::shared_ptr<IRunStateListener> const& listener) = 0;
+    // Writes the application's KVS item `key` to the backend; blocks until the backend answered
+    // or a time-out of 3000 ms passed.
+    virtual KVSUpdateStatus updateKVSItem(std::string const& key, std::string const& value) = 0;
+    virtual ~IOnlineServiceClient() = default;
+};
+
+}  // namespace qel::onlineservices::framework::core

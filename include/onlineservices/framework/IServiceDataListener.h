@@ -1,0 +1,54 @@
+// Receives what the backend says about the application's services.
+//
+// Contract: every operation has an empty default body; override what you need. Calls come on
+// framework threads, never on the application's own thread:
+//   - onServiceDataChanged, onDisableReasonChanged, onBaseURLChanged: the service list's queue
+//     thread, one per service;
+//   - onTokenChanged: the token's queue thread;
+//   - onPrivacySetupChanged: the privacy setup's queue thread;
+//   - onNetworkInterfaceChanged: the networking retry thread ("RetryRequestThread").
+// Every call runs with the framework's notifier lock held: return quickly, and do not register
+// listeners or call back into the client from inside a callback (hand such work to a thread of
+// your own). The records are shared read-only; keep the pointer if you need them later.
+// Listeners are held weakly: keep your listener alive for as long as it should be called.
+#pragma once
+
+#include <onlineservices/framework/Export.h>
+#include <onlineservices/framework/PrivacySettingsObject.h>
+#include <onlineservices/framework/ServiceObject.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+// The networking service's address record (address, prefix length, interface name).
+namespace v1::qel::networking::api::definitions {
+struct ClientData_s;
+}
+
+namespace qel::onlineservices::framework::core {
+
+class QEL_OSF_EXPORT IServiceDataListener {
+public:
+    // The backend's disable reasons of a service changed ("undefined" entries mean none).
+    virtual void onDisableReasonChanged(std::string const& /*serviceId*/,
+                                        std::vector<std::string> const& /*disableReasons*/) {}
+    // A new access token for the service.
+    virtual void onTokenChanged(std::string const& /*serviceId*/, std::string const& /*token*/) {}
+    // The service's base URL changed.
+    virtual void onBaseURLChanged(std::string const& /*serviceId*/, std::string const& /*baseUrl*/) {}
+    // The service's entry in the backend's service list changed.
+    virtual void onServiceDataChanged(std::string const& /*serviceId*/,
+                                      std::shared_ptr<dataitems::ServiceObject> const& /*service*/) {}
+    // Internet access was granted for the service, with its IPv4 and IPv6 addresses.
+    virtual void onNetworkInterfaceChanged(
+        std::string const& /*serviceId*/,
+        std::shared_ptr<v1::qel::networking::api::definitions::ClientData_s> const& /*ipv4*/,
+        std::shared_ptr<v1::qel::networking::api::definitions::ClientData_s> const& /*ipv6*/) {}
+    // The service's privacy setup changed; the record tells that it changed, not what it holds.
+    virtual void onPrivacySetupChanged(std::string const& /*serviceId*/,
+                                       std::shared_ptr<dataitems::PrivacySettingsObject> const& /*privacy*/) {}
+    virtual ~IServiceDataListener() = default;
+};
+
+}  // namespace qel::onlineservices::framework::core

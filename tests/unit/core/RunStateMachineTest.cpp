@@ -1,0 +1,223 @@
+#include "ClientRig.h"
+
+#include "support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+namespace {
+
+using namespace qel::test;
+using qel::common::logging::LogLevel;
+using Mode = ScriptedBackend::Mode;
+using States = std::vector<RunState>;
+using Requests = std::vector<ConditionRequest>;
+using Lines = std::vector<std::string>;
+constexpr RunState INVALID = RunState::INVALID, CREATED = RunState::CREATED, STARTED = RunState::STARTED,
+                   RESUMED = RunState::RESUMED, PAUSED = RunState::PAUSED, STOPPED = RunState::STOPPED,
+                   DESTROYED = RunState::DESTROYED, DISCONNECTED = RunState::DISCONNECTED;
+
+Requests conditionsOf(RunState from, RunState to) {
+    auto const table = buildTransitionTable();
+    return table->count({from, to}) ? table->at({from, to}) : Requests();
+}
+
+// Starts the client and answers until it stands in `state`; forgets what was heard and asked.
+void parkAt(ClientRig& rig, RunState state) {
+    rig.client->startup();
+    if (state == PAUSED || state == STOPPED || state == DISCONNECTED) {
+        ASSERT_TRUE(rig.answerUntil(RESUMED));
+        rig.client->setPaused(state == PAUSED);
+        rig.client->setDisableReasonActive(state == STOPPED);
+        rig.client->ocuConnCallback(state != DISCONNECTED);
+    }
+    ASSERT_TRUE(rig.answerUntil(state));
+    rig.recorder->take();
+    rig.backend->takeRequested();
+}
+
+TEST(RunStateMachine, TypicalStartWalksToResumedWhetherAnswersComeAtOnceLaterOrFromOtherThreads) {
+    Requests requests;
+    for (auto const& [from, to] : {Transition{INVALID, CREATED}, {CREATED, STARTED}, {STARTED, RESUMED}}) {
+        auto const more = conditionsOf(from, to);
+        requests.insert(requests.end(), more.begin(), more.end());
+    }
+    LogCapture log;
+    ClientRig atOnce(Mode::AT_ONCE);
+    atOnce.client->startup();
+    EXPECT_EQ(atOnce.recorder->take(), (States{CREATED, STARTED, RESUMED}));
+    EXPECT_EQ(atOnce.backend->takeRequested(), requests);
+    EXPECT_EQ(log.count(LogLevel::Info, "------ RUNNING ------"), 1u);
+    EXPECT_EQ(log.count(LogLevel::Debug, "------ NEW STATE STARTED ------"), 1u);
+
+    ClientRig later(Mode::LATER);
+    later.client->startup();
+    // Postings and the service list wait in the condition manager for the services.
+    EXPECT_EQ(later.backend->takeRequested(), Requests(requests.begin(), requests.begin() + 5));
+    ASSERT_TRUE(later.answerUntil(RESUMED));
+    EXPECT_EQ(later.recorder->take(), (States{CREATED, STARTED, RESUMED}));
+
+    ClientRig threaded(Mode::THREADED);
+    threaded.client->startup();
+    EXPECT_EQ(threaded.recorder->take(RESUMED), (States{CREATED, STARTED, RESUMED}));
+}
+
+TEST(RunStateMachine, PauseDisableReasonDisconnectAndStopWalkFromEveryStateTheyApplyTo) {
+    using Trigger = std::function<void(OnlineServiceClient&)>;
+    Trigger const pause = [](auto& c) { c.pauseConnection(); }, unpause = [](auto& c) { c.unpauseConnection(); },
+                  disable = [](auto& c) { c.onDisableReasonChanged("nav", {"blocked"}); },
+                  enable = [](auto& c) { c.setDisableReasonActive(false); },
+                  lose = [](auto& c) { c.ocuConnCallback(false); }, regain = [](auto& c) { c.ocuConnCallback(true); },
+                  stop = [](auto& c) { c.stop(); };
+    auto const both = [](Trigger first, Trigger second) { return [=](auto& c) { first(c), second(c); }; };
+    struct Walk {
+        RunState from;
+        Trigger trigger;
+        States heard;  // until the goal
+    };
+    std::vector<Walk> const walks{
+        {INVALID, pause, {CREATED, STARTED, PAUSED}}, {CREATED, pause, {STARTED, PAUSED}},
+        {STARTED, pause, {PAUSED}}, {RESUMED, pause, {PAUSED}}, {STOPPED, both(pause, enable), {STARTED, PAUSED}},
+        {DISCONNECTED, both(pause, regain), {CREATED, STARTED, PAUSED}}, {PAUSED, unpause, {RESUMED}},
+        {INVALID, disable, {CREATED, STARTED, PAUSED, STOPPED}}, {CREATED, disable, {STARTED, PAUSED, STOPPED}},
+        {STARTED, disable, {PAUSED, STOPPED}}, {RESUMED, disable, {PAUSED, STOPPED}}, {PAUSED, disable, {STOPPED}},
+        {DISCONNECTED, both(disable, regain), {CREATED, STARTED, PAUSED, STOPPED}},
+        {STOPPED, enable, {STARTED, RESUMED}},
+        {INVALID, lose, {DISCONNECTED}}, {CREATED, lose, {DISCONNECTED}}, {STARTED, lose, {DISCONNECTED}},
+        {RESUMED, lose, {DISCONNECTED}}, {PAUSED, lose, {DISCONNECTED}}, {STOPPED, lose, {DISCONNECTED}},
+        {DISCONNECTED, regain, {CREATED, STARTED, RESUMED}},
+        {CREATED, stop, {DESTROYED}}, {STARTED, stop, {DESTROYED}}, {RESUMED, stop, {DESTROYED}},
+        {PAUSED, stop, {DESTROYED}}, {STOPPED, stop, {DESTROYED}},
+    };
+    for (auto const& walk : walks) {
+        SCOPED_TRACE(OnlineServiceClient::m_runstateStrings.at(walk.from) + " to " +
+                     OnlineServiceClient::m_runstateStrings.at(walk.heard.back()));
+        ClientRig rig(Mode::LATER);
+        parkAt(rig, walk.from);
+        walk.trigger(*rig.client);
+        // Parked on the way up, the machine already asked for its next step and does not ask again.
+        bool const awaited = (walk.from == INVALID && walk.heard.front() == CREATED) ||
+                             (walk.from == CREATED && walk.heard.front() == STARTED);
+        EXPECT_EQ(rig.backend->takeRequested(), awaited ? Requests() : conditionsOf(walk.from, walk.heard.front()));
+        ASSERT_TRUE(rig.answerUntil(walk.heard.back()));
+        EXPECT_EQ(rig.recorder->take(), walk.heard);
+    }
+}
+
+TEST(RunStateMachine, StopFromInvalidOrDisconnectedIsDestroyedAtOnce) {
+    for (auto const from : {INVALID, DISCONNECTED}) {
+        LogCapture log;
+        ClientRig rig(Mode::LATER);
+        parkAt(rig, from);
+        log.clear();
+        rig.client->stop();
+        EXPECT_EQ(rig.recorder->take(), States{DESTROYED});
+        // DISCONNECTED -> DESTROYED is unlisted: refused in words, then taken all the same.
+        auto lines = log.messages();
+        lines.erase(lines.begin(), lines.begin() + (from == INVALID ? 2 : 1));  // use case, request line
+        Lines expected{"No conditions found", "------ NOT RUNNING ------", "------ NEW STATE DESTROYED ------",
+                       "notifyRunState "};
+        if (from == DISCONNECTED) {
+            expected.insert(expected.begin(), "State transition DISCONNECTED -> DESTROYED not allowed!");
+        }
+        EXPECT_EQ(lines, expected);
+        rig.backend->answerRound();  // late answers for the abandoned walk move nothing
+        EXPECT_EQ(rig.client->getRunState(), DESTROYED);
+    }
+}
+
+TEST(RunStateMachine, NothingMovesBeforeStartupOrAfterStop) {
+    ClientRig rig(Mode::AT_ONCE);
+    auto const shake = [&] {
+        for (bool const on : {true, false}) {
+            rig.client->setPaused(on);
+            rig.client->ocuConnCallback(!on);
+        }
+        rig.client->updateRunState();
+        EXPECT_TRUE(rig.backend->takeRequested().empty());
+        EXPECT_TRUE(rig.recorder->take().empty());
+    };
+    shake();
+    rig.client->startup();
+    rig.client->stop();
+    rig.client->stop();
+    EXPECT_EQ(rig.recorder->take(), (States{CREATED, STARTED, RESUMED, DESTROYED}));
+    rig.backend->takeRequested();
+    shake();
+}
+
+TEST(RunStateMachine, AReportThatDoesNotSettleTheAwaitedTransitionLeavesTheStateAlone) {
+    LogCapture log;
+    ClientRig rig(Mode::LATER);
+    rig.client->startup();
+    std::map<ConditionName, bool> report, incomplete, wrongValue;
+    for (auto const& [name, value] : conditionsOf(INVALID, CREATED)) {
+        report[name] = incomplete[name] = wrongValue[name] = value;
+    }
+    incomplete.erase(ConditionName::SUBSCRIBED_SERVICEMANAGEMENT);
+    wrongValue[ConditionName::POSTED_CAPABILITIES] = false;
+    rig.client->notifyConditions(incomplete);
+    rig.client->notifyConditions(wrongValue);
+    EXPECT_EQ(rig.client->getRunState(), INVALID);
+    EXPECT_EQ(log.messages(LogLevel::Error),
+              Lines{"State transition INVALID -> CREATED not allowed, can't check conditions"});
+    rig.client->notifyConditions(report);
+    EXPECT_EQ(rig.recorder->take(), States{CREATED});
+}
+
+TEST(RunStateMachine, SkippedConditionsAreNotWaitedFor) {
+    FrameworkSubConfig skipAll;
+    skipAll.skipServiceSubscription = skipAll.skipTokenSubscription = skipAll.skipPrivacySubscription = true;
+    skipAll.skipJobSubscription = skipAll.skipKVSSubscription = skipAll.skipNetworkingRegistration = true;
+    skipAll.skipCapabilities = skipAll.skipJobEntries = skipAll.skipOperationEntries = true;
+    ClientRig rig(Mode::LATER, buildPreconditionTable(), skipAll);
+    rig.client->startup();
+    EXPECT_EQ(rig.recorder->take(), (States{CREATED, STARTED, RESUMED}));
+    EXPECT_TRUE(rig.backend->takeRequested().empty());
+
+    // Without a service list there is neither a token subscription nor networking to wait for.
+    ClientWorkload const noServiceList{false, true, true, true, true, true, true, true, true};
+    auto const skips = buildSkipConditions(FrameworkSubConfig(), noServiceList);
+    std::vector<ConditionName> skipped;
+    for (auto const& [skip, condition] : *skips) {
+        if (skip) {
+            skipped.push_back(condition);
+        }
+    }
+    using C = ConditionName;
+    EXPECT_EQ(skipped, (std::vector<ConditionName>{C::SUBSCRIBED_TOKENMANAGEMENT, C::SUBSCRIBED_SERVICEMANAGEMENT,
+                                                   C::SUBSCRIBED_SERVICEMANAGEMENT, C::CONNECTED_NETWORKING}));
+}
+
+TEST(RunStateMachine, UseCaseFollowsTheFlagsByPriorityAndAnUnwiredClientDoesNotStart) {
+    LogCapture log;
+    ClientRig rig(Mode::LATER);
+    rig.client->setPaused(false);  // unchanged: nothing at all
+    rig.client->setPaused(true);
+    rig.client->onDisableReasonChanged("nav", {"undefined", "blocked"});
+    rig.client->setDisconnected(true);
+    rig.client->setStopRequested(true);
+    rig.client->setDisconnected(false);
+    EXPECT_EQ(log.messages(LogLevel::Info),
+              (Lines{"Change usecase PAUSE",
+                     "Received disableReason callback for service nav, number of disableReasons: 2",
+                     "Already disabled: 0", "Valid disableReasons: 1", "Change usecase DISABLEREASON",
+                     "Change usecase DISCONNECT", "Change usecase SHUTDOWN"}));
+    EXPECT_EQ(rig.client->toString(Transition{static_cast<RunState>(5), static_cast<RunState>(8)}),
+              "STOPPED -> UNKNOWN_STATE");
+
+    auto config = std::make_shared<FrameworkConfig>();
+    config->ignoreDisableReasons = true;
+    auto unwired = std::make_shared<OnlineServiceClient>(config, std::make_shared<Notifier>(config));
+    unwired->startup();
+    std::make_shared<OnlineServiceClient>(config, nullptr)->startup();
+    unwired->onDisableReasonChanged("nav", {"blocked"});
+    EXPECT_EQ(log.messages(LogLevel::Error), (Lines{"toString: Unknown runstate value: 8",
+                                                    "Framework startup not possible: no condition manager defined!",
+                                                    "Framework startup not possible: no notifier defined!"}));
+    EXPECT_EQ(log.messages(LogLevel::Warning), Lines{"DisableReason ignored because due to framework configuration!"});
+    EXPECT_EQ(unwired->getUsecase(), UseCase::RUNNING);
+}
+
+}  // namespace
