@@ -1,6 +1,7 @@
 #include "RsiTestDoubles.h"
 #include "dataformats/Value.h"
 #include "rsi/RSIClientWrapper.h"
+#include "rsi/SharedRsiClient.h"
 #include "support/InMemoryRsiClient.h"
 #include "support/LogCapture.h"
 #include "support/ManualClock.h"
@@ -195,6 +196,8 @@ TEST_F(RsiClientWrapperTest, stopWithWorkInFlightReturnsPromptlyAndCallsNoHandle
 }
 
 TEST(RsiClientWrapperWithoutClient, logsAndReportsTheClientAsExpired) {
+    // Uninstall explicitly: a fresh process would otherwise get the host client.
+    qel::rsi::client::SetSharedRsiClient(nullptr);
     LogCapture log;
     auto const wrapper = std::make_shared<RSIClientWrapper>(testConfig());
     EXPECT_TRUE(log.contains(LogLevel::Error, "No RSI client available, every request will fail"));

@@ -1,0 +1,61 @@
+// qel-backend-sim: the backend simulator as a program for people.
+//
+//   qel-backend-sim [--port N] [--scenario FILE]
+//
+// Serves until SIGINT or SIGTERM; logs every request, message and event on stderr.
+#include "BackendSimulator.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+constexpr std::uint16_t DEFAULT_PORT = 8080;
+
+void usage() {
+    std::fprintf(stderr, "usage: qel-backend-sim [--port N] [--scenario FILE]\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    long port = DEFAULT_PORT;
+    std::string scenario;
+    for (int i = 1; i < argc; ++i) {
+        std::string const argument = argv[i];
+        if (argument == "--port" && i + 1 < argc) {
+            char* end = nullptr;
+            port = std::strtol(argv[++i], &end, 10);
+            if (*end != '\0' || port < 0 || port > 65535) {
+                usage();
+                return 2;
+            }
+        } else if (argument == "--scenario" && i + 1 < argc) {
+            scenario = argv[++i];
+        } else {
+            usage();
+            return argument == "--help" ? 0 : 2;
+        }
+    }
+
+    // Blocked before any thread starts, so that only sigwait below receives them.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    qel::sim::backend::BackendSimulator simulator;
+    if (!scenario.empty() && !simulator.loadScenarioFile(scenario)) {
+        return 1;
+    }
+    if (!simulator.start(static_cast<std::uint16_t>(port))) {
+        return 1;
+    }
+    int received = 0;
+    sigwait(&signals, &received);
+    simulator.stop();
+    return 0;
+}

@@ -1,0 +1,29 @@
+#include "rsi/host/HostRsiClient.h"
+
+namespace qel::rsi::client::host {
+
+HostRsiClient::Options HostRsiClient::defaultOptions() {
+    Options options;
+    options.endpoint = RsiEndpoint::resolve();
+    return options;
+}
+
+HostRsiClient::HostRsiClient(Options const& options)
+    : m_http(options.endpoint, options.requestTimeoutMs, options.maxMessageBytes),
+      m_subscriptions(options.endpoint, options.subscribeTimeoutMs, options.maxMessageBytes) {}
+
+RequestState HostRsiClient::request(Request const& request, Response& response) {
+    return m_http.exchange(request, response);
+}
+
+std::uint32_t HostRsiClient::subscribe(Request const& request, Response& response, RequestState& state,
+                                       std::weak_ptr<EventHandler> const& eventHandler, std::uint32_t /*options*/,
+                                       std::uint32_t timeoutMs) {
+    return m_subscriptions.subscribe(request, response, state, eventHandler, timeoutMs);
+}
+
+void HostRsiClient::unsubscribe(std::uint32_t subscriptionId) {
+    m_subscriptions.unsubscribe(subscriptionId);
+}
+
+}  // namespace qel::rsi::client::host

@@ -1,0 +1,48 @@
+// The RSI client of a developer's PC: requests over HTTP/1.1, subscriptions over one WebSocket
+// (docs/rsi-wire-protocol.md).
+//
+// Contract: as `ISharedRsiClient`. Nothing connects before the first call. Requests share one
+// keep-alive connection and are answered like a gateway time-out (504) when the backend does not
+// answer in time, the connection breaks or the answer is too big. Subscriptions share one
+// WebSocket with its own reader thread, on which events are delivered; when it closes, each live
+// subscription gets one {"type":"error"} event. Messages are bounded by `maxMessageBytes`. The
+// client may be released on its reader thread ("rsi-ws-reader") by a handler; that thread then
+// ends on its own and is joined later (see `WebSocketSession`).
+#pragma once
+
+#include "rsi/ISharedRsiClient.h"
+#include "rsi/host/HttpConnection.h"
+#include "rsi/host/RsiEndpoint.h"
+#include "rsi/host/WebSocketChannel.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qel::rsi::client::host {
+
+class HostRsiClient : public ISharedRsiClient {
+public:
+    struct Options {
+        RsiEndpoint endpoint;
+        std::uint32_t requestTimeoutMs = 10000;
+        std::uint32_t subscribeTimeoutMs = 10000;  // also bounds connecting the WebSocket
+        std::size_t maxMessageBytes = 4 * 1024 * 1024;
+    };
+
+    // The defaults, with the endpoint resolved by `RsiEndpoint::resolve`.
+    static Options defaultOptions();
+
+    explicit HostRsiClient(Options const& options);
+
+    RequestState request(Request const& request, Response& response) override;
+    std::uint32_t subscribe(Request const& request, Response& response, RequestState& state,
+                            std::weak_ptr<EventHandler> const& eventHandler, std::uint32_t options,
+                            std::uint32_t timeoutMs) override;
+    void unsubscribe(std::uint32_t subscriptionId) override;
+
+private:
+    HttpConnection m_http;
+    WebSocketChannel m_subscriptions;
+};
+
+}  // namespace qel::rsi::client::host

@@ -1,0 +1,277 @@
+#include "rsi/host/WebSocketChannel.h"
+
+#include "dataformats/Json.h"
+#include "rsi/host/RsiWireFormat.h"
+
+#include <chrono>
+#include <utility>
+
+namespace qel::rsi::client::host {
+namespace {
+
+using common::logging::LogLevel;
+using dataformats::data::Integer;
+using dataformats::data::Object;
+using dataformats::data::Ref;
+using dataformats::data::String;
+using dataformats::data::Value;
+
+constexpr std::int16_t GATEWAY_TIMEOUT = 504;
+
+bool isSuccess(std::int64_t status) {
+    return status >= 200 && status <= 299;
+}
+
+std::string subscribeMessage(std::uint64_t reference, Request const& request) {
+    Object message;
+    message.setNew("type", std::make_unique<String>(wire::SUBSCRIBE));
+    message.setNew("ref", std::make_unique<Integer>(static_cast<std::int64_t>(reference)));
+    message.setNew("path", std::make_unique<String>(wire::pathOf(request)));
+    auto query = std::make_unique<Object>();
+    for (auto const& [key, value] : request.queryParameters) {
+        query->setNew(key, std::make_unique<String>(value));
+    }
+    message.setNew("query", std::move(query));
+    return dataformats::json::stringify(&message);
+}
+
+std::string unsubscribeMessage(std::uint32_t backendId) {
+    Object message;
+    message.setNew("type", std::make_unique<String>(wire::UNSUBSCRIBE));
+    message.setNew("subscriptionId", std::make_unique<Integer>(backendId));
+    return dataformats::json::stringify(&message);
+}
+
+std::unique_ptr<Value> errorEvent() {
+    auto event = std::make_unique<Object>();
+    event->setNew("type", std::make_unique<String>("error"));
+    return event;
+}
+
+}  // namespace
+
+WebSocketChannel::WebSocketChannel(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes)
+    : m_endpoint(std::move(endpoint)), m_timeoutMs(timeoutMs), m_maxMessageBytes(maxMessageBytes) {}
+
+WebSocketChannel::~WebSocketChannel() {
+    std::unique_ptr<WebSocketSession> session;
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        m_shuttingDown = true;
+        session = std::move(m_session);
+    }
+    // Its destructor closes the connection and joins the reader thread, outside our lock.
+    session.reset();
+}
+
+std::uint32_t WebSocketChannel::subscribe(Request const& request, Response& response, RequestState& state,
+                                          std::weak_ptr<EventHandler> const& handler, std::uint32_t timeoutMs) {
+    std::uint32_t const timeout = timeoutMs != 0 ? timeoutMs : m_timeoutMs;
+    std::string const description = "SUBSCRIBE " + wire::targetOf(request);
+    response.setId(request.requestId);
+    if (WebSocketSession::isReaderThread()) {
+        m_logger << LogLevel::Error << "Refused " << description << " from the WebSocket reader thread";
+        state = RequestState(RequestStateFailed, "subscribe from the reader thread refused");
+        return 0;
+    }
+    std::string error;
+    if (!ensureConnected(timeout, error)) {
+        return fail(description, "WebSocket connect to " + m_endpoint.text() + " failed: " + error, response, state);
+    }
+
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (!m_open) {
+        lock.unlock();
+        return fail(description, "WebSocket closed", response, state);
+    }
+    std::uint64_t const reference = m_nextReference++;
+    Pending& pending = m_pending[reference];
+    pending.handler = handler;
+    pending.requestId = request.requestId;
+    m_session->send(subscribeMessage(reference, request));
+    bool const answered = m_acknowledged.wait_for(lock, std::chrono::milliseconds(timeout),
+                                                  [&] { return m_pending[reference].done; });
+    Pending result = std::move(m_pending[reference]);
+    m_pending.erase(reference);
+    lock.unlock();
+
+    if (!answered) {
+        return fail(description, "no acknowledgement within " + std::to_string(timeout) + " ms", response, state);
+    }
+    response.setStatus(result.status);
+    response.setData(std::move(result.data));
+    if (result.subscriptionId == 0) {
+        m_logger << LogLevel::Warning << description << ": " << result.note;
+        state = RequestState(RequestStateFailed, result.note);
+        return 0;
+    }
+    state = RequestState(RequestStateSucceeded, "");
+    return result.subscriptionId;
+}
+
+void WebSocketChannel::unsubscribe(std::uint32_t subscriptionId) {
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    auto const live = m_live.find(subscriptionId);
+    if (live == m_live.end()) {
+        m_logger << LogLevel::Debug << "Unsubscribe of unknown or ended subscription " << subscriptionId;
+        return;
+    }
+    std::uint32_t const backendId = live->second.backendId;
+    m_idByBackendId.erase(backendId);
+    m_live.erase(live);
+    if (m_open) {
+        m_session->send(unsubscribeMessage(backendId));
+    }
+}
+
+bool WebSocketChannel::ensureConnected(std::uint32_t timeoutMs, std::string& error) {
+    std::lock_guard<std::mutex> const connectLock(m_connectMutex);
+    std::unique_ptr<WebSocketSession> previous;
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        if (m_open) {
+            return true;
+        }
+        if (m_shuttingDown) {
+            error = "client shutting down";
+            return false;
+        }
+        previous = std::move(m_session);
+    }
+    // The previous connection has ended; its reader thread finishes delivering the error events.
+    previous.reset();
+
+    auto session = std::make_unique<WebSocketSession>(
+        m_endpoint, m_maxMessageBytes,
+        WebSocketSession::Callbacks{[this](std::string const& text) { onMessage(text); },
+                                    [this](std::string const& reason) { onClosed(reason); }});
+    if (!session->connect(timeoutMs, error)) {
+        return false;
+    }
+    m_logger << LogLevel::Info << "WebSocket connected to " << m_endpoint.text();
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    m_session = std::move(session);
+    m_open = true;
+    // Started under the lock so that a connection lost at once is seen after `m_open` was set.
+    m_session->start();
+    return true;
+}
+
+std::uint32_t WebSocketChannel::fail(std::string const& description, std::string const& note, Response& response,
+                                     RequestState& state) {
+    m_logger << LogLevel::Warning << description << ": " << note << "; answering " << GATEWAY_TIMEOUT;
+    response.setStatus(GATEWAY_TIMEOUT);
+    state = RequestState(RequestStateFailed, note);
+    return 0;
+}
+
+void WebSocketChannel::onMessage(std::string const& text) {
+    auto const message = dataformats::json::parse(text);
+    if (message == nullptr) {
+        m_logger << LogLevel::Warning << "Refused WebSocket message that is not valid JSON (" << text.size()
+                 << " bytes)";
+        return;
+    }
+    Ref const root(message.get());
+    std::string const type = root("type").asString();
+    if (type == wire::EVENT) {
+        onEvent(root);
+    } else if (type == wire::ACK) {
+        onAcknowledgement(root);
+    } else {
+        m_logger << LogLevel::Warning << "Refused WebSocket message of unknown type '" << type << "'";
+    }
+}
+
+void WebSocketChannel::onAcknowledgement(Ref message) {
+    auto const reference = static_cast<std::uint64_t>(message("ref").asInteger());
+    std::int64_t const status = message("status").asInteger();
+    auto const backendId = static_cast<std::uint32_t>(message("subscriptionId").asInteger());
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    auto const pending = m_pending.find(reference);
+    if (pending == m_pending.end()) {
+        m_logger << LogLevel::Warning << "Late or unknown acknowledgement " << reference;
+        if (isSuccess(status) && backendId != 0 && m_open) {
+            m_session->send(unsubscribeMessage(backendId));
+        }
+        return;
+    }
+    Pending& entry = pending->second;
+    entry.done = true;
+    entry.status = static_cast<std::int16_t>(status);
+    entry.data = message("data").get() != nullptr ? message("data").get()->copy() : nullptr;
+    if (!isSuccess(status)) {
+        entry.note = "subscription refused with status " + std::to_string(status);
+    } else if (backendId == 0) {
+        entry.note = "acknowledgement without subscription id";
+    } else {
+        // Registered before the next message is read, so the first event finds its handler.
+        entry.subscriptionId = m_nextSubscriptionId++;
+        m_live[entry.subscriptionId] = Live{backendId, entry.requestId, entry.handler};
+        m_idByBackendId[backendId] = entry.subscriptionId;
+    }
+    m_acknowledged.notify_all();
+}
+
+void WebSocketChannel::onEvent(Ref message) {
+    auto const backendId = static_cast<std::uint32_t>(message("subscriptionId").asInteger());
+    Ref const event = message("event");
+    if (event.kind() != Value::Kind::Object) {
+        m_logger << LogLevel::Warning << "Refused event without an event object for subscription " << backendId;
+        return;
+    }
+    Live target;
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        auto const id = m_idByBackendId.find(backendId);
+        if (id == m_idByBackendId.end()) {
+            m_logger << LogLevel::Warning << "Dropped event for unknown subscription " << backendId;
+            return;
+        }
+        target = m_live[id->second];
+    }
+    // Last use of the channel: releasing the handler may destroy it.
+    if (auto const handler = target.handler.lock()) {
+        Response response;
+        response.setStatus(200);
+        response.setId(target.requestId);
+        response.setData(event.get()->copy());
+        handler->handleEvent(RequestState(RequestStateSucceeded, ""), response);
+    }
+}
+
+void WebSocketChannel::onClosed(std::string const& reason) {
+    std::map<std::uint32_t, Live> lost;
+    bool shuttingDown = false;
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        m_open = false;
+        shuttingDown = m_shuttingDown;
+        lost.swap(m_live);
+        m_idByBackendId.clear();
+        for (auto& [reference, pending] : m_pending) {
+            if (!pending.done) {
+                pending.done = true;
+                pending.status = GATEWAY_TIMEOUT;
+                pending.note = "WebSocket closed: " + reason;
+            }
+        }
+        m_acknowledged.notify_all();
+    }
+    if (shuttingDown) {
+        return;
+    }
+    m_logger << LogLevel::Warning << "WebSocket closed (" << reason << "); ending " << lost.size()
+             << " subscription(s)";
+    // From here on only locals: releasing a handler may destroy the channel.
+    for (auto const& [id, live] : lost) {
+        if (auto const handler = live.handler.lock()) {
+            Response response;
+            response.setId(live.requestId);
+            response.setData(errorEvent());
+            handler->handleEvent(RequestState(RequestStateSucceeded, ""), response);
+        }
+    }
+}
+
+}  // namespace qel::rsi::client::host
