@@ -1,0 +1,199 @@
+#include "subscriptions/KVSItem.h"
+
+#include "rsi/RequestState.h"
+#include "rsi/RequestType.h"
+
+namespace qel::onlineservices::framework::core {
+
+using qel::common::logging::LogLevel;
+using qel::common::system::MutexGuard;
+using qel::rsi::client::Request;
+using qel::rsi::client::RequestState;
+using qel::rsi::client::Response;
+using dataitems::KVSItemObject;
+
+namespace {
+constexpr std::int16_t HTTP_OK = 200;
+constexpr std::int16_t HTTP_CREATED = 201;
+constexpr std::int16_t HTTP_GATEWAY_TIMEOUT = 504;
+constexpr char const* JSON_MEDIA_TYPE = "application/json";
+}  // namespace
+
+KVSItem::KVSItem(qel::common::logging::Logger const& logger, std::shared_ptr<Notifier> const& notifier,
+                 std::shared_ptr<IRSIClientWrapper> const& rsiClientWrapper, std::string const& key)
+    : SubscriptionBaseItem(logger, notifier, rsiClientWrapper), m_serviceId(key) {
+    describe(key, SERVICE, RESSOURCE, {}, DESCRIPTION_NAME, "kvs");
+}
+
+std::shared_ptr<KVSItemObject> KVSItem::getData() const {
+    MutexGuard guard(m_dataLock);
+    return m_data;
+}
+
+void KVSItem::handleURI(std::string const& uuid) {
+    if (uuid.empty()) {
+        m_logger << LogLevel::Warning << m_description << " Empty UUID received!";
+        return;
+    }
+    if (uuid == getElement()) {
+        return;
+    }
+    setElement(uuid);
+    m_logger << LogLevel::Info << m_description << " Element set: " << uuid;
+    if (isResourceSubscribed()) {
+        // The item was (re)created under a new id while subscribed: follow it.
+        unsubscribeElement();
+        subscribeElement();
+    }
+}
+
+void KVSItem::subscribeResource() {
+    setIsSubscribed(SubscriptionIndex::RESOURCE, true);
+    if (getElement().empty()) {
+        m_logger << LogLevel::Warning << m_description << " No UUID known yet, waiting for it to subscribe.";
+        return;
+    }
+    subscribeElement();
+}
+
+void KVSItem::unsubscribeResource() {
+    setIsSubscribed(SubscriptionIndex::RESOURCE, false);
+}
+
+std::shared_ptr<Request> KVSItem::makeRequest(std::uint32_t type, std::uint32_t requestId) const {
+    auto const request = std::make_shared<Request>();
+    request->type = type;
+    request->requestId = requestId;
+    request->service = m_service;
+    request->resource = m_resource;
+    request->element = getElement();
+    request->contentType = JSON_MEDIA_TYPE;
+    return request;
+}
+
+void KVSItem::handleEventElement(std::shared_ptr<Value> const& value) {
+    Ref const data = elementData(Ref(value.get()));
+    if (data("upToDate").asBoolean()) {
+        m_logger << LogLevel::Info << m_description << " Received event with upToDate true, notifying clients";
+        processData(data);
+    } else if (data("newJobFromBackend").asBoolean()) {
+        m_logger << LogLevel::Info << m_description << " Received newJobFromBackend true. Sending GET request";
+        requestRead();
+    } else {
+        m_logger << LogLevel::Info << m_description
+                 << " Received event without newJobFromBackend/upToDate, no reaction";
+    }
+}
+
+void KVSItem::requestRead() {
+    sendRequest(makeRequest(qel::rsi::client::RequestTypeGetResource, READ_REQUEST_ID));
+}
+
+void KVSItem::processData(Ref const& element) {
+    auto const record = std::make_shared<KVSItemObject>();
+    record->deserialize(element.get());
+    {
+        MutexGuard guard(m_dataLock);
+        m_data = record;
+    }
+    m_logger << LogLevel::Info << "Received data for KVS Items: ";
+    m_logger << LogLevel::Info << "ID:" << record->id;
+    m_logger << LogLevel::Info << "Name: " << record->name;
+    m_logger << LogLevel::Info << "Owner: " << record->owner;
+    m_logger << LogLevel::Info << "UpToDate: " << record->upToDate;
+    m_logger << LogLevel::Info << "URI: " << record->uri;
+    m_logger << LogLevel::Info << "Value: " << record->value;
+    if (m_notifier) {
+        m_notifier->notifyKVSItem(m_serviceId, record->value);
+    }
+}
+
+KVSUpdateStatus KVSItem::update(std::string const& value) {
+    MutexGuard call(m_updateCallMutex);
+    m_value = value;
+    m_logger << LogLevel::Info << m_description << " Update KVS item. Value: " << value;
+    if (!isResourceSubscribed()) {
+        m_logger << LogLevel::Warning << "Update postponed until service is ready!";
+        MutexGuard guard(m_updateMutex);
+        m_updateState = KVS_SERVICE_UNAVAILABLE;
+        return m_updateState;
+    }
+    auto body = std::make_unique<qel::dataformats::data::Object>();
+    body->setNew("value", std::make_unique<qel::dataformats::data::String>(value));
+    auto const request = makeRequest(qel::rsi::client::RequestTypePostElement, UPDATE_REQUEST_ID);
+    request->data = std::move(body);
+    {
+        MutexGuard guard(m_updateMutex);
+        m_updateAnswered = false;
+    }
+    sendRequest(request);
+
+    MutexGuard guard(m_updateMutex);
+    if (!m_updateCondition.wait(m_updateMutex, UPDATE_REQUEST_TIMEOUT_MS, [this] { return m_updateAnswered; })) {
+        m_logger << LogLevel::Error << "Update request timeout after " << UPDATE_REQUEST_TIMEOUT_MS << "ms";
+        m_updateState = UPDATE_REQUEST_FAILED;
+    }
+    return m_updateState;
+}
+
+void KVSItem::handleResponse(RequestState const& state, Response const& response) {
+    switch (response.getId()) {
+        case UPDATE_REQUEST_ID: handleUpdateResponse(state, response); return;
+        case READ_REQUEST_ID: handleReadResponse(response); return;
+        default: SubscriptionBaseItem::handleResponse(state, response); return;
+    }
+}
+
+void KVSItem::handleUpdateResponse(RequestState const& state, Response const& response) {
+    // Requests always report success in the state; the status tells whether the backend took it.
+    std::int16_t const status = response.getStatus();
+    bool const succeeded =
+        state.value == qel::rsi::client::RequestStateSucceeded && (status == HTTP_OK || status == HTTP_CREATED);
+    if (succeeded) {
+        m_logger << LogLevel::Info << m_description << " Update KVS item succeeded.";
+    } else {
+        m_logger << LogLevel::Error << m_description << " Update KVS item failed: " << status;
+    }
+    {
+        MutexGuard guard(m_updateMutex);
+        m_updateState = succeeded ? UPDATE_OK : UPDATE_REQUEST_FAILED;
+        m_updateAnswered = true;
+    }
+    m_updateCondition.broadcast();
+}
+
+void KVSItem::handleReadResponse(Response const& response) {
+    std::int16_t const status = response.getStatus();
+    if (status == HTTP_GATEWAY_TIMEOUT) {
+        m_logger << LogLevel::Info << m_description << " HTTP 504 received, waiting for notification...";
+        return;
+    }
+    if (status != HTTP_OK) {
+        m_logger << LogLevel::Error << m_description << " Unknown return code: " << status;
+        return;
+    }
+    Ref const element = pickReadElement(Ref(response.getData(false))("data"));
+    if (element.get() == nullptr) {
+        return;
+    }
+    // Answers arrive on the wrapper's thread; listeners hear them on the queue thread.
+    std::shared_ptr<Value> const copy(element.get()->copy());
+    queueWork([this, copy] { processData(Ref(copy.get())); });
+}
+
+KVSItem::Ref KVSItem::pickReadElement(Ref const& data) const {
+    unsigned long const count = data.getArraySize();
+    if (count == 0) {
+        return data;
+    }
+    std::string const element = getElement();
+    for (unsigned long i = 0; i < count; ++i) {
+        if (data[i]("id").asString() == element) {
+            return data[i];
+        }
+    }
+    m_logger << LogLevel::Warning << m_description << " Element " << element << " missing in the read answer";
+    return Ref();
+}
+
+}  // namespace qel::onlineservices::framework::core

@@ -1,0 +1,139 @@
+// The common base of the subscription items: one backend resource watched through the RSI client
+// wrapper, the one element of it that concerns this application, and the item's own queue thread.
+//
+// Contract: always owned by a `std::shared_ptr` (the item hands the wrapper weak pointers to
+// itself). `subscribe` makes the resource subscription (or, in items that live on elements
+// alone, the element subscription); answers arrive on the wrapper's thread, events on the RSI
+// client's threads. Every event is deep-copied and processed on the item's queue thread, one at
+// a time in arrival order; everything that reaches a listener runs there. The queue holds the
+// item only weakly, so dropping the last owner ends the item even while events are queued.
+// The subscription callback hears true when the element subscription is confirmed (again on
+// every re-confirmation) and false whenever a confirmed subscription is lost; a confirmed
+// resource subscription alone is not reported. Destruction unsubscribes what is still
+// subscribed and stops the queue. Nothing here throws.
+#pragma once
+
+#include "common/Logger.h"
+#include "common/Mutex.h"
+#include "core/Notifier.h"
+#include "async/AsyncQueueThread.h"
+#include "dataformats/Ref.h"
+#include "dataformats/Value.h"
+#include "rsi/EventHandler.h"
+#include "rsi/IRSIClientWrapper.h"
+#include "rsi/Request.h"
+#include "rsi/ResponseHandler.h"
+#include "subscriptions/IDataProcessor.h"
+#include "subscriptions/RSISubscriptionCallback.h"
+#include "subscriptions/SubscriptionIndex.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace qel::onlineservices::framework::core {
+
+class SubscriptionBaseItem : public IDataProcessor,
+                             public qel::rsi::client::ResponseHandler,
+                             public qel::rsi::client::EventHandler,
+                             public std::enable_shared_from_this<SubscriptionBaseItem> {
+public:
+    using Value = qel::dataformats::data::Value;
+    using Ref = qel::dataformats::data::Ref;
+
+    SubscriptionBaseItem(qel::common::logging::Logger const& logger, std::shared_ptr<Notifier> const& notifier,
+                         std::shared_ptr<IRSIClientWrapper> const& rsiClientWrapper);
+    ~SubscriptionBaseItem() override;
+    SubscriptionBaseItem(SubscriptionBaseItem const&) = delete;
+    SubscriptionBaseItem& operator=(SubscriptionBaseItem const&) = delete;
+
+    virtual void subscribe(RSISubscriptionCallback const& callback);
+    // Ends both subscriptions and finally tells `callback` false.
+    virtual void unsubscribe(RSISubscriptionCallback const& callback);
+    virtual void subscribeResource();
+    virtual void subscribeElement();
+    virtual void unsubscribeResource();
+    virtual void unsubscribeElement();
+    virtual void handleEventResource(SubscriptionIndex index, std::shared_ptr<Value> const& value);
+    virtual void handleEventElement(std::shared_ptr<Value> const& value);
+
+    using qel::rsi::client::ResponseHandler::handleResponse;
+    void handleResponse(qel::rsi::client::RequestState const& state,
+                        qel::rsi::client::Response const& response) override;
+    using qel::rsi::client::EventHandler::handleEvent;
+    void handleEvent(qel::rsi::client::RequestState const& state, qel::rsi::client::Response const& response) override;
+
+    void setIsSubscribed(SubscriptionIndex index, bool value);
+    // The element of the event's "data" array that concerns this item; null when there is none.
+    Ref filterElements(Ref const& value) const;
+    std::string getSubDescription(SubscriptionIndex index) const;
+
+    bool isResourceSubscribed() const { return m_isResourceSubscribed.load(); }
+    bool isElementSubscribed() const { return m_isElementSubscribed.load(); }
+    std::string const& getDescription() const { return m_description; }
+    std::string getElement() const;
+    // True on this item's queue thread.
+    bool isQueueThread() const { return m_asyncQueue.isQueueThread(); }
+    // Waits until everything queued before this call has been processed. For tests; never call
+    // it from the queue thread itself.
+    bool waitForQueue(std::uint32_t limitMs);
+
+protected:
+    // Fills the identity of the item, in the order the derived constructors are expected to:
+    // name, resource, filter, service, description; and names the queue thread "<tag>:<name>".
+    void describe(std::string const& name, char const* service, char const* resource,
+                  std::map<std::string, std::string> filter, char const* descriptionName, char const* queueTag);
+    void setElement(std::string const& element);
+    // Takes a found element: remembers its id, processes it and confirms the element.
+    void takeElement(Ref const& element);
+    // The "data" of an element event, or its first entry when a backend wrapped it in an array.
+    Ref elementData(Ref const& value) const;
+    // Runs `work` on the queue thread while the item lives; false when the queue refused it.
+    bool queueWork(std::function<void()> work);
+    // The confirmation of items whose element needs no subscription of its own.
+    void confirmElementWithoutRequest();
+    // True between `subscribe` and `unsubscribe`: what arrives outside that window is stale.
+    bool isWanted() const { return m_isWanted.load(); }
+    void sendRequest(std::shared_ptr<qel::rsi::client::Request> const& request);
+    // Forgets an element subscription the wrapper gave up on, so that the next request makes a new one.
+    void releaseElementSubscription() { releaseSubscription(m_elementSubscriptionId, "element"); }
+
+    qel::common::logging::Logger const m_logger;
+    std::shared_ptr<Notifier> const m_notifier;
+    std::shared_ptr<IRSIClientWrapper> const m_rsiClientWrapper;
+    // Set by the derived constructor, read-only afterwards.
+    std::string m_service;
+    std::string m_resource;
+    std::map<std::string, std::string> m_filter;
+    std::string m_name;
+    std::string m_description;
+
+private:
+    void asyncHandle(SubscriptionIndex index, std::shared_ptr<Value> const& value);
+    // Subscribes `request` with this item as both handlers; 0 when the item is not owned.
+    unsigned int subscribeWithWrapper(std::shared_ptr<qel::rsi::client::Request> const& request);
+    // Ends the wrapper subscription `id` holds, if any; returns the id it held.
+    std::uint32_t releaseSubscription(std::atomic<std::uint32_t>& id, char const* what);
+    // True while a subscription to `element` awaits its answer: a repeated request must not
+    // replace it.
+    bool isElementSubscriptionPending(std::string const& element) const;
+    // Both base unsubscriptions, without virtual dispatch (also used by the destructor).
+    void unsubscribeBase(SubscriptionIndex index);
+
+    mutable qel::common::system::Mutex m_elementLock;
+    std::string m_element;            // guarded by m_elementLock
+    std::string m_subscribedElement;  // guarded by m_elementLock; the element of m_elementSubscriptionId
+    // Non-zero while the wrapper holds a subscription of ours, confirmed or not.
+    std::atomic<std::uint32_t> m_resourceSubscriptionId{0};
+    std::atomic<std::uint32_t> m_elementSubscriptionId{0};
+    std::atomic<bool> m_isResourceSubscribed{false};
+    std::atomic<bool> m_isElementSubscribed{false};
+    std::atomic<bool> m_isWanted{false};
+    qel::onlineservices::common::utils::AsyncQueueThread m_asyncQueue;
+    RSISubscriptionCallback m_subscriptionCallback;
+};
+
+}  // namespace qel::onlineservices::framework::core

@@ -1,0 +1,67 @@
+// Subscribes and unsubscribes groups of subscription items for the condition actions, keeps the
+// per-service registry of service items and forwards the application's KVS updates.
+//
+// Contract: one instance per client, filled by the factory before the client runs. `subscribe`
+// and `unsubscribe` answer the callback once per call: true (or false for an unsubscription)
+// when every item has answered so, or the first deviating answer at once; an empty list is
+// answered synchronously. `updateKVSItem` blocks like `KVSItem::update`. Registry lookups copy
+// the item out of the lock before calling it.
+#pragma once
+
+#include "common/Logger.h"
+#include "common/Mutex.h"
+#include "config/FrameworkConfig.h"
+#include "core/IUpdateConditionCallback.h"
+#include "core/Notifier.h"
+#include "rsi/IRSIClientWrapper.h"
+#include "subscriptions/KVSItem.h"
+#include "subscriptions/ServiceItem.h"
+#include "subscriptions/SubscriptionBaseItem.h"
+
+#include <onlineservices/framework/KVSUpdateStatus.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace qel::onlineservices::framework::core {
+
+class SubscriptionManager {
+public:
+    using Items = std::vector<std::shared_ptr<SubscriptionBaseItem>>;
+
+    SubscriptionManager(std::shared_ptr<FrameworkConfig> const& config, std::shared_ptr<Notifier> const& notifier,
+                        std::shared_ptr<IRSIClientWrapper> const& rsiClient);
+    SubscriptionManager(SubscriptionManager const&) = delete;
+    SubscriptionManager& operator=(SubscriptionManager const&) = delete;
+
+    void subscribe(Items const& items, std::shared_ptr<IUpdateConditionCallback> const& callback);
+    void unsubscribe(Items const& items, std::shared_ptr<IUpdateConditionCallback> const& callback);
+    // True when any registered service's entry carries disable reasons.
+    bool isAnyServiceDisabled() const;
+    // Insert or replace the entry of the key.
+    void addService(std::string const& serviceId, std::shared_ptr<ServiceItem> item);
+    void addKVSItem(std::string const& key, std::shared_ptr<KVSItem> const& item);
+    KVSUpdateStatus updateKVSItem(std::string const& key, std::string const& value);
+
+    // The networking members (proxy, connect/disconnect with the retry thread, shutdown request)
+    // join this class with the networking connection; they walk `m_services` in key order.
+
+private:
+    // Runs `call` on every item with one callback folding into a collector.
+    template <typename Call>
+    void forEachItem(Items const& items, std::shared_ptr<IUpdateConditionCallback> const& callback, bool expected,
+                     Call const& call);
+
+    qel::common::logging::Logger const m_logger;
+    std::shared_ptr<FrameworkConfig> const m_config;
+    // Kept for the networking members, which report granted addresses and reach the backend.
+    std::shared_ptr<Notifier> const m_notifier;
+    std::shared_ptr<IRSIClientWrapper> const m_rsiClient;
+    mutable qel::common::system::Mutex m_registryLock;
+    std::map<std::string, std::shared_ptr<ServiceItem>> m_services;  // guarded by m_registryLock
+    std::map<std::string, std::shared_ptr<KVSItem>> m_kvsItems;      // guarded by m_registryLock
+};
+
+}  // namespace qel::onlineservices::framework::core

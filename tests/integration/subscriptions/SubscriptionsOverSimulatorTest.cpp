@@ -1,0 +1,167 @@
+// The subscription items and their manager over the host RSI client, against the backend
+// simulator on loopback.
+#include "BackendSimulator.h"
+#include "rsi/RSIClientWrapper.h"
+#include "rsi/SharedRsiClient.h"
+#include "rsi/host/HostRsiClient.h"
+#include "subscriptions/JobItem.h"
+#include "subscriptions/SubscriptionManager.h"
+#include "subscriptions/TokenItem.h"
+#include "unit/subscriptions/RecordingListener.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+namespace qel::test {
+namespace {
+
+using namespace rsi::client;
+namespace core = onlineservices::framework::core;
+
+constexpr char const* BACKEND = R"({
+  "tokens": [{"id": "tok-nav", "name": "nav", "token": "first"}],
+  "services": [{"id": "svc-nav", "name": "nav", "baseUrl": "https://nav.example.com"}],
+  "kvs": [{"id": "kvs-1", "name": "nav.color", "value": "red"}],
+  "jobs": [{"id": "job-1", "name": "nav", "messageId": "005F/1", "jobId": 1},
+           {"id": "job-2", "name": "nav", "messageId": "005F/2", "jobId": 2},
+           {"id": "job-3", "name": "nav", "messageId": "005F/3", "jobId": 3}]
+})";
+
+// Polls `condition` until it holds; real time only as a safety limit.
+template <typename Condition>
+bool eventually(Condition const& condition) {
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!condition() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return condition();
+}
+
+class SubscriptionsOverSimulatorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(simulator.loadScenario(BACKEND));
+        ASSERT_TRUE(simulator.start());
+        SetSharedRsiClient(std::make_shared<host::HostRsiClient>(clientOptions()));
+        wrapper = std::make_shared<core::RSIClientWrapper>(config);
+        SetSharedRsiClient(nullptr);  // the wrapper keeps its client
+        wrapper->start();
+        manager = std::make_unique<core::SubscriptionManager>(config, notifier, wrapper);
+        notifier->addListener(std::weak_ptr<core::IServiceDataListener>(listener));
+        notifier->addListener(std::weak_ptr<core::IKVSListener>(listener));
+        notifier->setListener(std::weak_ptr<core::IBackendJobListener>(listener));
+    }
+    void TearDown() override { wrapper->stop(); }
+
+    host::HostRsiClient::Options clientOptions() const {
+        host::HostRsiClient::Options options;
+        options.endpoint.port = simulator.port();
+        return options;
+    }
+    bool heard(std::string const& what) const {
+        return eventually([&] { return listener->times(what) > 0; });
+    }
+    std::string threadOf(std::string const& what) const {
+        for (auto const& call : listener->heard.all()) {
+            if (call.what == what) {
+                return call.thread;
+            }
+        }
+        return "<not heard>";
+    }
+    bool subscribed(core::SubscriptionManager::Items const& items) {
+        auto const condition = std::make_shared<RecordingCallback>();
+        manager->subscribe(items, condition);
+        return condition->values.waitFor(1) && condition->values.all() == std::vector<bool>{true};
+    }
+    // Renames the service entry at the backend, as an operator would.
+    void renameServiceEntry(std::string const& name) {
+        Request request;
+        request.type = RequestTypePostElement;
+        request.service = "servicemanagement";
+        request.resource = "services";
+        request.element = "svc-nav";
+        auto body = std::make_unique<dataformats::data::Object>();
+        body->setNew("name", std::make_unique<dataformats::data::String>(name));
+        request.data = std::move(body);
+        Response response;
+        host::HostRsiClient(clientOptions()).request(request, response);
+        ASSERT_EQ(response.getStatus(), 200);
+    }
+
+    sim::backend::BackendSimulator simulator;
+    std::shared_ptr<onlineservices::framework::FrameworkConfig> config =
+        std::make_shared<onlineservices::framework::FrameworkConfig>();
+    std::shared_ptr<core::Notifier> notifier = std::make_shared<core::Notifier>(config);
+    std::shared_ptr<RecordingListener> listener = std::make_shared<RecordingListener>();
+    std::shared_ptr<core::RSIClientWrapper> wrapper;
+    std::unique_ptr<core::SubscriptionManager> manager;
+    common::logging::Logger logger{"integration"};
+};
+
+TEST_F(SubscriptionsOverSimulatorTest, serviceEntryLeadsTheTokenItemToAValidToken) {
+    auto const token = std::make_shared<core::TokenItem>(logger, notifier, wrapper, "nav");
+    auto const service = std::make_shared<core::ServiceItem>(logger, notifier, wrapper, "nav");
+    service->setTokenHandler(token);
+    ASSERT_TRUE(subscribed({service, token}));
+    EXPECT_EQ(token->getElement(), "tok-nav");
+    ASSERT_TRUE(heard("token nav first"));
+    EXPECT_EQ(threadOf("token nav first"), "tok:nav");
+    EXPECT_EQ(threadOf("baseUrl nav https://nav.example.com"), "svc:nav");
+
+    simulator.rotateToken("tok-nav", "second");
+    EXPECT_TRUE(heard("token nav second"));
+}
+
+TEST_F(SubscriptionsOverSimulatorTest, disableReasonsAndAVanishedEntryReachTheListener) {
+    auto const service = std::make_shared<core::ServiceItem>(logger, notifier, wrapper, "nav");
+    manager->addService("nav", service);
+    ASSERT_TRUE(subscribed({service}));
+    ASSERT_TRUE(simulator.setDisableReasons("nav", {"maintenance"}));
+    ASSERT_TRUE(heard("reasons nav maintenance"));
+    EXPECT_TRUE(manager->isAnyServiceDisabled());
+
+    // The entry leaves the list the item watches for two list events, then comes back.
+    renameServiceEntry("nav-moved");
+    ASSERT_TRUE(simulator.setDisableReasons("nav-moved", {}));
+    ASSERT_TRUE(simulator.setDisableReasons("nav-moved", {"maintenance"}));
+    renameServiceEntry("nav");
+    ASSERT_TRUE(simulator.setDisableReasons("nav", {"maintenance"}));
+    ASSERT_TRUE(eventually([&] { return listener->times("service nav") == 3; }));  // events run in order
+    EXPECT_EQ(listener->times("reasons nav missingServicelistEntry"), 1u);
+    EXPECT_EQ(listener->times("reasons nav maintenance"), 1u);
+}
+
+TEST_F(SubscriptionsOverSimulatorTest, kvsValuesTravelFromTheBackendAndBack) {
+    auto const item = std::make_shared<core::KVSItem>(logger, notifier, wrapper, "nav.color");
+    item->handleURI("kvs-1");  // what posting the entry reports
+    manager->addKVSItem("nav.color", item);
+    ASSERT_TRUE(subscribed({item}));
+    ASSERT_TRUE(heard("kvs nav.color red"));
+    ASSERT_TRUE(simulator.setKvsValue("kvs-1", "blue"));
+    ASSERT_TRUE(heard("kvs nav.color blue"));
+    EXPECT_EQ(threadOf("kvs nav.color blue"), "kvs:nav.color");
+
+    EXPECT_EQ(manager->updateKVSItem("nav.color", "green"), core::UPDATE_OK);
+    EXPECT_EQ(simulator.received().back().body, R"({"value":"green"})");
+    EXPECT_TRUE(heard("kvs nav.color green"));  // the backend's event carries its stored value
+}
+
+TEST_F(SubscriptionsOverSimulatorTest, threeJobsInOneEventAreNotifiedAndAcknowledgedInOrder) {
+    auto const item = std::make_shared<core::JobItem>(logger, notifier, wrapper, "nav");
+    ASSERT_TRUE(subscribed({item}));
+    ASSERT_TRUE(eventually([&] { return simulator.acknowledgements().size() >= 3; }));
+    EXPECT_EQ(listener->whats(), (std::vector<std::string>{"job job-1 nav", "job job-2 nav", "job job-3 nav"}));
+    EXPECT_TRUE(listener->allOn("job:nav"));
+    auto const acknowledgements = simulator.acknowledgements();
+    ASSERT_EQ(acknowledgements.size(), 3u);
+    for (std::size_t i = 0; i < acknowledgements.size(); ++i) {
+        EXPECT_EQ(acknowledgements[i].jobId, "job-" + std::to_string(i + 1));
+        EXPECT_EQ(acknowledgements[i].state, "success");
+    }
+}
+
+}  // namespace
+}  // namespace qel::test

@@ -1,0 +1,72 @@
+#include "SubscriptionTestRig.h"
+
+#include "subscriptions/KVSItem.h"
+
+#include <chrono>
+
+namespace qel::test {
+namespace {
+
+using namespace rsi::client;
+using core::KVSUpdateStatus;
+
+class KVSItemTest : public SubscriptionTestRig {
+protected:
+    std::shared_ptr<core::KVSItem> item = std::make_shared<core::KVSItem>(logger, notifier, wrapper, "color");
+    Match const element{RequestTypeSubscribeElement, "onlinekvs"};
+
+    void subscribeToItem() {
+        item->handleURI("k-1");
+        subscribe(*item);
+    }
+};
+
+TEST_F(KVSItemTest, valuesReachTheListenerOnTheQueueDirectlyOrAfterARead) {
+    subscribeToItem();
+    ASSERT_EQ(rsi->subscriptions().size(), 1u);  // the element alone, never the whole resource
+    EXPECT_EQ(rsi->subscriptions()[0].request.element, "k-1");
+    EXPECT_EQ(subscribed.all(), std::vector<bool>{true});
+
+    push(*item, element, R"({"id":"k-1","value":"red","upToDate":true,"newJobFromBackend":true})");
+    EXPECT_EQ(listener->whats(), std::vector<std::string>{"kvs color red"});  // and no read
+
+    rsi->replyTo({RequestTypeGetResource, "onlinekvs"},
+                 Reply(200, R"({"data":[{"id":"k-0","value":"no"},{"id":"k-1","value":"blue"}]})"), 1);
+    push(*item, element, R"({"id":"k-1","newJobFromBackend":true})");
+    drain();
+    ASSERT_TRUE(listener->heard.waitFor(2));
+    EXPECT_EQ(listener->whats()[1], "kvs color blue");
+    EXPECT_TRUE(listener->allOn("kvs:color"));
+    EXPECT_EQ(requestsOfType(RequestTypeGetResource).size(), 1u);
+}
+
+TEST_F(KVSItemTest, updateIsPostponedBeforeSubscriptionThenAnsweredOrFailedByTheBackend) {
+    EXPECT_EQ(item->update("green"), KVSUpdateStatus::KVS_SERVICE_UNAVAILABLE);
+    EXPECT_EQ(rsi->requests().size(), 0u);
+
+    subscribeToItem();
+    EXPECT_EQ(item->update("green"), KVSUpdateStatus::UPDATE_OK);
+    auto const writes = requestsOfType(RequestTypePostElement);
+    ASSERT_EQ(writes.size(), 1u);
+    EXPECT_EQ(writes[0].element, "k-1");
+    EXPECT_EQ(writes[0].body, R"({"value":"green"})");
+
+    rsi->replyTo({RequestTypePostElement}, Reply(504), 1);
+    EXPECT_EQ(item->update("blue"), KVSUpdateStatus::UPDATE_REQUEST_FAILED);
+}
+
+// The one test that waits out the update time-out.
+TEST_F(KVSItemTest, updateWithoutAnswerGivesUpAfterThreeSeconds) {
+    subscribeToItem();
+    rsi->replyTo({RequestTypePostElement}, Reply(200).heldFor(60000), 1);
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_EQ(item->update("green"), KVSUpdateStatus::UPDATE_REQUEST_FAILED);
+    auto const waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(core::KVSItem::UPDATE_REQUEST_TIMEOUT_MS));
+    EXPECT_LT(waited, std::chrono::milliseconds(core::KVSItem::UPDATE_REQUEST_TIMEOUT_MS + 2000));
+    EXPECT_TRUE(log.contains(LogLevel::Error, "Update request timeout after 3000ms"));
+    rsi->releaseHeld();
+}
+
+}  // namespace
+}  // namespace qel::test

@@ -1,0 +1,118 @@
+#include "SubscriptionTestRig.h"
+
+#include "dataformats/Json.h"
+#include "support/ManualClock.h"
+
+#include <atomic>
+#include <thread>
+
+namespace qel::test {
+namespace {
+
+using namespace rsi::client;
+
+// The base behaviour alone: records every element it is handed, and the thread it ran on.
+class ProbeItem : public core::SubscriptionBaseItem {
+public:
+    ProbeItem(common::logging::Logger const& logger, std::shared_ptr<core::Notifier> const& notifier,
+              std::shared_ptr<core::IRSIClientWrapper> const& wrapper)
+        : SubscriptionBaseItem(logger, notifier, wrapper) {
+        describe("nav", "probes", "things", {{"host", "005F"}, {"name", "nav"}}, "Probe", "prb");
+    }
+    void processData(Ref const& element) override {
+        seen.add({dataformats::json::stringify(element.get()), common::system::currentThreadName()});
+    }
+    Recorder<RecordingListener::Heard> seen;
+};
+
+class SubscriptionBaseItemTest : public SubscriptionTestRig {
+protected:
+    std::shared_ptr<ProbeItem> item = std::make_shared<ProbeItem>(logger, notifier, wrapper);
+    Match const resource{RequestTypeSubscribeResource};
+    Match const element{RequestTypeSubscribeElement};
+
+    void answer(std::uint32_t id, bool succeeded) {
+        Response response;
+        response.setId(id);
+        item->handleResponse(RequestState(succeeded ? 1 : 0, "refused"), response);
+    }
+};
+
+TEST_F(SubscriptionBaseItemTest, resourceEventSelectsTheElementAndEachElementConfirmationIsReported) {
+    subscribe(*item);
+    ASSERT_EQ(rsi->subscriptions().size(), 1u);
+    EXPECT_EQ(rsi->subscriptions()[0].request.queryParameters,
+              (std::map<std::string, std::string>{{"host", "005F"}, {"name", "nav"}}));
+    EXPECT_EQ(subscribed.size(), 0u);  // a confirmed resource alone is not reported
+
+    push(*item, resource,
+         R"([{"id":"e1","name":"nav","host":"0A"},{"id":"e2","name":"x"},{"id":"e3","host":"005F","name":"nav"}])");
+    ASSERT_EQ(item->seen.size(), 1u);
+    EXPECT_EQ(item->seen.all()[0].what, R"({"host":"005F","id":"e3","name":"nav"})");
+    EXPECT_EQ(item->seen.all()[0].thread, "prb:nav");
+    EXPECT_TRUE(log.contains(LogLevel::Error,
+                             "(Probe/nav) RSI Event received with 3 elements. Should not happen. Filtering again."));
+    drain();
+    auto const elementRequest = rsi->subscriptions().back().request;
+    EXPECT_EQ(elementRequest.type, RequestTypeSubscribeElement);
+    EXPECT_EQ(elementRequest.requestId, 2u);
+    EXPECT_EQ(elementRequest.element, "e3");
+    EXPECT_EQ(subscribed.all(), std::vector<bool>{true});
+
+    push(*item, resource, R"([{"id":"e3","name":"radio"}])");  // one element is taken, filter or not
+    push(*item, resource, R"([{"id":"x","name":"radio"},{"id":"y","name":"nav"}])");
+    EXPECT_EQ(item->seen.size(), 2u);
+    EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, true}));
+    EXPECT_EQ(rsi->subscriptions().size(), 2u);
+}
+
+TEST_F(SubscriptionBaseItemTest, failureReportsFalseOnlyForFlagsThatWereSet) {
+    ManualClock clock;  // the wrapper's own retry of the refused subscription never comes due
+    rsi->replyTo(resource, Reply().withState(0, "refused"));
+    subscribe(*item);
+    answer(1, false);
+    EXPECT_EQ(subscribed.size(), 0u);
+    EXPECT_TRUE(log.contains(LogLevel::Error,
+                             "(Probe/nav) Subscription to resource  failed. Aborting subscription attempt."));
+
+    answer(1, true);
+    answer(2, true);
+    answer(1, false);  // both flags fall: one false each
+    EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, false, false}));
+    EXPECT_FALSE(item->isElementSubscribed());
+}
+
+TEST_F(SubscriptionBaseItemTest, unsubscribeEndsBothSubscriptionsAndAnswersFalse) {
+    subscribe(*item);
+    push(*item, resource, R"([{"id":"e1"}])");
+    drain();
+    std::uint32_t const resourceId = rsi->lastSubscriptionId(resource);
+    std::uint32_t const elementId = rsi->lastSubscriptionId(element);
+    Recorder<bool> released;
+    item->unsubscribe(core::RSISubscriptionCallback{[&](bool v) { released.add(v); }});
+    drain();
+    EXPECT_EQ(rsi->unsubscribed(), (std::vector<std::uint32_t>{elementId, resourceId}));
+    EXPECT_EQ(released.all(), (std::vector<bool>{false, false, false}));  // element, resource, the final answer
+
+}
+
+TEST_F(SubscriptionBaseItemTest, itemsDestroyedWhileEventsArriveGoQuietly) {
+    for (int round = 0; round < 20; ++round) {
+        auto victim = std::make_shared<ProbeItem>(logger, notifier, wrapper);
+        subscribe(*victim);
+        std::uint32_t const id = rsi->lastSubscriptionId(resource);
+        std::atomic<bool> stop{false};
+        std::thread pusher([&] {
+            while (!stop.load() && rsi->pushData(id, R"([{"id":"e1"}])")) {
+            }
+        });
+        EXPECT_TRUE(victim->seen.waitFor(1));
+        victim.reset();  // the last owner may also be the queue's running job or the pusher
+        stop.store(true);
+        pusher.join();
+    }
+    EXPECT_TRUE(rsi->waitForUnsubscribeCalls(40));  // a queue thread may have been the last owner
+}
+
+}  // namespace
+}  // namespace qel::test
