@@ -40,21 +40,18 @@ void Notifier::addListener(std::weak_ptr<IRunStateListener> const& listener) {
 void Notifier::notifyServiceData(std::string const& serviceId,
                                  std::shared_ptr<dataitems::ServiceObject> const& service) {
     m_logger << LogLevel::Info << "notifyServiceData";
-    MutexGuard guard(m_mutex);
     fanOut(m_serviceDataListeners, "Service Data listener expired, removing!",
            [&](IServiceDataListener& listener) { listener.onServiceDataChanged(serviceId, service); });
 }
 
 void Notifier::notifyDisableReason(std::string const& serviceId, std::vector<std::string> const& disableReasons) {
     m_logger << LogLevel::Info << "notifyDisableReasons";
-    MutexGuard guard(m_mutex);
     fanOut(m_serviceDataListeners, "Disable Reason listener expired, removing!",
            [&](IServiceDataListener& listener) { listener.onDisableReasonChanged(serviceId, disableReasons); });
 }
 
 void Notifier::notifyBaseURL(std::string const& serviceId, std::string const& baseUrl) {
     m_logger << LogLevel::Info << "notifyBaseUrl";
-    MutexGuard guard(m_mutex);
     fanOut(m_serviceDataListeners, "Base URL listener expired, removing!",
            [&](IServiceDataListener& listener) { listener.onBaseURLChanged(serviceId, baseUrl); });
 }
@@ -63,7 +60,6 @@ void Notifier::notifyAccessToken(std::string const& serviceId,
                                  std::shared_ptr<dataitems::AccessTokenObject> const& token) {
     m_logger << LogLevel::Info << "notifyAccessToken";
     std::string const tokenText = token ? token->token : std::string();
-    MutexGuard guard(m_mutex);
     fanOut(m_serviceDataListeners, "Access Token listener expired, removing!",
            [&](IServiceDataListener& listener) { listener.onTokenChanged(serviceId, tokenText); });
 }
@@ -71,7 +67,6 @@ void Notifier::notifyAccessToken(std::string const& serviceId,
 void Notifier::notifyPrivacySettings(std::string const& serviceId,
                                      std::shared_ptr<dataitems::PrivacySettingsObject> const& privacy) {
     m_logger << LogLevel::Info << "notifyPrivacySettings";
-    MutexGuard guard(m_mutex);
     fanOut(m_serviceDataListeners, "Privacy Setup listener expired, removing!",
            [&](IServiceDataListener& listener) { listener.onPrivacySetupChanged(serviceId, privacy); });
 }
@@ -79,19 +74,16 @@ void Notifier::notifyPrivacySettings(std::string const& serviceId,
 void Notifier::notifyNetworkInterface(std::string const& serviceId, std::shared_ptr<ClientData> const& ipv4,
                                       std::shared_ptr<ClientData> const& ipv6) {
     m_logger << LogLevel::Info << "notifyNetworkInterface";
-    MutexGuard guard(m_mutex);
     fanOut(m_serviceDataListeners, "Networking listener expired, removing!",
            [&](IServiceDataListener& listener) { listener.onNetworkInterfaceChanged(serviceId, ipv4, ipv6); });
 }
 
 void Notifier::notifyKVSItem(std::string const& key, std::string const& value) {
-    MutexGuard guard(m_mutex);
     fanOut(m_kvsListeners, "KVS listener expired, removing!",
            [&](IKVSListener& listener) { listener.onKVSItemChanged(key, value); });
 }
 
 void Notifier::notifyRunState(RunState state) {
-    MutexGuard guard(m_mutex);
     m_logger << LogLevel::Info << "notifyRunState ";
     fanOut(m_runStateListeners, "Runstate listener expired, removing!",
            [state](IRunStateListener& listener) { listener.onRunStateChanged(state); });
@@ -99,9 +91,12 @@ void Notifier::notifyRunState(RunState state) {
 
 bool Notifier::notifyBackendJob(std::shared_ptr<dataitems::JobObject> const& job, BackendJobAcknowledgeCode& ack) {
     m_logger << LogLevel::Info << "notifyBackendJob";
-    MutexGuard guard(m_mutex);
     // An expired job listener stays in place: the next `setListener` replaces it.
-    auto const listener = m_backendJobListener.lock();
+    std::shared_ptr<IBackendJobListener> listener;
+    {
+        MutexGuard guard(m_mutex);
+        listener = m_backendJobListener.lock();
+    }
     if (!listener) {
         return false;
     }
@@ -111,14 +106,24 @@ bool Notifier::notifyBackendJob(std::shared_ptr<dataitems::JobObject> const& job
 
 template <typename Listener, typename Call>
 void Notifier::fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage, Call const& call) {
-    // By position: the list may grow while a listener runs on this thread.
-    for (std::size_t position = 0; position < listeners.size();) {
-        auto const listener = listeners[position].lock();
-        if (!listener) {
-            m_logger << LogLevel::Info << expiredMessage;
-            listeners.erase(listeners.begin() + static_cast<std::ptrdiff_t>(position));
-            continue;
+    // Listeners run without the lock: a listener's work may take the condition manager's
+    // listener lock, whose holder in turn notifies run states here, so holding ours would
+    // allow a lock-order deadlock between two threads.
+    std::vector<std::shared_ptr<Listener>> live;
+    {
+        MutexGuard guard(m_mutex);
+        live.reserve(listeners.size());
+        for (auto position = listeners.begin(); position != listeners.end();) {
+            if (auto listener = position->lock()) {
+                live.push_back(std::move(listener));
+                ++position;
+            } else {
+                m_logger << LogLevel::Info << expiredMessage;
+                position = listeners.erase(position);
+            }
         }
+    }
+    for (auto const& listener : live) {
         try {
             call(*listener);
         } catch (std::exception const& error) {
@@ -126,7 +131,6 @@ void Notifier::fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char cons
         } catch (...) {
             m_logger << LogLevel::Error << "Listener failed";
         }
-        ++position;
     }
 }
 

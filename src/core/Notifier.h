@@ -2,9 +2,10 @@
 //
 // Contract: listeners are held weakly; one that has expired is dropped, with one log line naming
 // the notification that found it, the next time an event of its list comes by. Listeners run in
-// registration order, on the caller's thread, with the notifier's mutex held, so fan-outs and
-// registrations never interleave; a listener must therefore not register listeners or cause
-// another notification from inside its callback. A listener added twice is called twice. An
+// registration order, on the caller's thread. The mutex guards the lists only and is released
+// before any listener runs, so a listener's work may reach other locks of the framework without
+// a lock-order deadlock; a listener registered during a fan-out hears the next event. A listener
+// added twice is called twice. An
 // exception thrown by a list listener is logged and does not keep the others from being called;
 // one thrown by the backend-job listener reaches the caller of `notifyBackendJob`.
 #pragma once
@@ -59,7 +60,7 @@ public:
     bool notifyBackendJob(std::shared_ptr<dataitems::JobObject> const& job, BackendJobAcknowledgeCode& ack);
 
 private:
-    // Calls `call` on every live listener of `listeners`, dropping expired ones. Caller holds m_mutex.
+    // Drops the expired listeners of `listeners` under the mutex, then calls `call` on the live ones.
     template <typename Listener, typename Call>
     void fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage, Call const& call);
 

@@ -1,8 +1,8 @@
 // Executes the backend jobs addressed to the application and says how they went.
 //
-// Contract: called on the backend-job subscription's queue thread, with the framework's notifier
-// lock held: do the work or hand it on, return the answer for the backend, and do not register
-// listeners or call back into the client from inside the callback. The framework acknowledges
+// Contract: called on the backend-job subscription's queue thread, which waits for the answer: do
+// the work or hand it on, return the answer for the backend, and do not register listeners or
+// call back into the client from inside the callback. The framework acknowledges
 // the job with the returned code; when no listener is set (or it is gone) the backend hears
 // UNKNOWN_ERROR. A client has one backend-job listener; setting another replaces it. Held
 // weakly: keep the listener alive for as long as it should be called.

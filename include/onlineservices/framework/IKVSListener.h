@@ -1,8 +1,7 @@
 // Receives changes of the application's key-value-storage items.
 //
-// Contract: called on the KVS item's queue thread (one per key), with the framework's notifier
-// lock held: return quickly, and do not register listeners or call back into the client from
-// inside the callback. Held weakly: keep the listener alive for as long as it should be called.
+// Contract: called on the KVS item's queue thread (one per key), which waits for it: return
+// quickly, and do not register listeners or call back into the client from inside the callback. Held weakly: keep the listener alive for as long as it should be called.
 #pragma once
 
 #include <onlineservices/framework/Export.h>

@@ -5,8 +5,8 @@
 // the client: the application's own thread (inside `startup`, `pauseConnection`,
 // `unpauseConnection`, `stop`), the thread that completed a backend request or subscription
 // (RSI worker, a subscription's queue thread, the networking retry thread) or a platform event
-// thread (connectivity changes). It runs with the framework's notifier lock held: return quickly,
-// and do not register listeners or call back into the client from inside the callback. Held
+// thread (connectivity changes), and holds up the client's state machine while it runs: return
+// quickly, and do not register listeners or call back into the client from inside the callback. Held
 // weakly: keep the listener alive for as long as it should be called.
 #pragma once
 

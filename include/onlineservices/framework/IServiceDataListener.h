@@ -7,9 +7,8 @@
 //   - onTokenChanged: the token's queue thread;
 //   - onPrivacySetupChanged: the privacy setup's queue thread;
 //   - onNetworkInterfaceChanged: the networking retry thread ("RetryRequestThread").
-// Every call runs with the framework's notifier lock held: return quickly, and do not register
-// listeners or call back into the client from inside a callback (hand such work to a thread of
-// your own). The records are shared read-only; keep the pointer if you need them later.
+// A call holds up the thread that makes it: return quickly, and do not register listeners or
+// call back into the client from inside a callback (hand such work to a thread of your own). The records are shared read-only; keep the pointer if you need them later.
 // Listeners are held weakly: keep your listener alive for as long as it should be called.
 #pragma once
 
