@@ -232,7 +232,6 @@ void InMemoryRsiClient::fill(Reply const& reply, std::uint32_t requestId, Respon
     response.setStatus(reply.status);
     response.setId(requestId);
     response.setLocation(reply.location);
-    response.setEtag(reply.etag);
     if (!reply.body.empty()) {
         response.setData(dataformats::json::parse(reply.body));
     }

@@ -87,7 +87,6 @@ struct Reply {
     std::int32_t stateValue = 1;  // RequestStateSucceeded
     std::string stateNote;
     std::uint32_t holdMs = 0;
-    std::string etag;
 };
 
 struct RecordedSubscription {

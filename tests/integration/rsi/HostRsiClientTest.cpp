@@ -41,7 +41,7 @@ protected:
     std::shared_ptr<RecordingHandler> handler = std::make_shared<RecordingHandler>();
 };
 
-TEST_F(HostRsiClientTest, slowOrOversizedAnswersAreAnsweredLikeAGatewayTimeout) {
+TEST_F(HostRsiClientTest, SlowOrOversizedAnswersAreAnsweredLikeAGatewayTimeout) {
     HostRsiClient client(clientOptions(simulator.port(), 300));
     simulator.delayAnswers("/onlinekvs/items/kvs-1", 3000);
     RequestState state;
@@ -63,7 +63,7 @@ TEST_F(HostRsiClientTest, slowOrOversizedAnswersAreAnsweredLikeAGatewayTimeout) 
     EXPECT_EQ(get(client).getStatus(), 200);
 }
 
-TEST_F(HostRsiClientTest, refusedSubscriptionsCarryTheBackendsVerdict) {
+TEST_F(HostRsiClientTest, RefusedSubscriptionsCarryTheBackendsVerdict) {
     HostRsiClient client(clientOptions(simulator.port()));
     Response response;
     RequestState state;
@@ -86,7 +86,7 @@ TEST_F(HostRsiClientTest, refusedSubscriptionsCarryTheBackendsVerdict) {
     EXPECT_EQ(accepted.getStatus(), 200);
 }
 
-TEST_F(HostRsiClientTest, availabilityEventsFollowTheService) {
+TEST_F(HostRsiClientTest, AvailabilityEventsFollowTheService) {
     HostRsiClient client(clientOptions(simulator.port()));
     auto root = makeRequest(RequestTypeSubscribeRoot, 0, "");
     root->queryParameters = {{"name", "onlinekvs"}};
@@ -94,17 +94,17 @@ TEST_F(HostRsiClientTest, availabilityEventsFollowTheService) {
     RequestState state;
     std::uint32_t const id = subscribe(client, root, response, state);
     ASSERT_NE(id, 0u);
-    ASSERT_TRUE(handler->waitForEvents(1));
+    ASSERT_TRUE(handler->events.waitFor(1));
     simulator.setServiceAvailable("onlinekvs", false);
-    ASSERT_TRUE(handler->waitForEvents(2));
-    auto const events = handler->events();
+    ASSERT_TRUE(handler->events.waitFor(2));
+    auto const events = handler->events.all();
     EXPECT_EQ(events[0].body, R"({"data":[{"name":"onlinekvs","uri":"/onlinekvs/"}],"type":"data"})");
     EXPECT_EQ(events[1].body, R"({"data":[],"type":"data"})");
     EXPECT_EQ(simulator.received()[0].target, "/");
     EXPECT_NE(simulator.received()[0].body.find(R"("query":{"name":"onlinekvs"})"), std::string::npos);
 }
 
-TEST_F(HostRsiClientTest, aRestartedBackendIsReachedAgainAndAMissingOneIsAGatewayTimeout) {
+TEST_F(HostRsiClientTest, RestartedBackendIsReachedAgainAndAMissingOneIsAGatewayTimeout) {
     std::uint16_t const port = simulator.port();
     HostRsiClient client(clientOptions(port));
     EXPECT_EQ(get(client).getStatus(), 200);
@@ -141,7 +141,7 @@ private:
     int m_events = 0;  // touched on the reader thread only
 };
 
-TEST_F(HostRsiClientTest, clientReleasedDuringAnEventShutsDownCleanly) {
+TEST_F(HostRsiClientTest, ClientReleasedDuringAnEventShutsDownCleanly) {
     auto const handler = std::make_shared<LastOwnerHandler>();
     handler->client = std::make_shared<HostRsiClient>(clientOptions(simulator.port()));
     auto released = handler->released.get_future();

@@ -36,8 +36,8 @@ protected:
     unsigned subscribeToToken() {
         unsigned const id = wrapper->subscribe(
             makeRequest(RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1"), handler, handler);
-        EXPECT_TRUE(handler->waitForResponses(1));
-        EXPECT_TRUE(handler->waitForEvents(1));
+        EXPECT_TRUE(handler->responses.waitFor(1));
+        EXPECT_TRUE(handler->events.waitFor(1));
         return id;
     }
 
@@ -47,13 +47,13 @@ protected:
         if (!log.waitFor("Retrying in 10s")) {
             return false;
         }
-        for (int step = 0; step < 100 && handler->responses().size() < count; ++step) {
+        for (int step = 0; step < 100 && handler->responses.size() < count; ++step) {
             clock.advance(FIRST_RETRY_MS + 1);
             if (!runWorkerLoop(*wrapper)) {
                 return false;
             }
         }
-        return handler->waitForResponses(count);
+        return handler->responses.waitFor(count);
     }
 
     LogWaiter log;
@@ -63,7 +63,7 @@ protected:
     std::shared_ptr<RecordingHandler> handler = std::make_shared<RecordingHandler>();
 };
 
-TEST_F(WrapperOverHostTest, requestsTravelAsHttpAndAnswersComeBack) {
+TEST_F(WrapperOverHostTest, RequestsTravelAsHttpAndAnswersComeBack) {
     auto read = makeRequest(RequestTypeGetElement, 3, "servicemanagement", "services");
     read->queryParameters = {{"serviceHostSystem", "005F"}, {"name", "demoservice"}};
     auto create = makeRequest(RequestTypePostResource, 5, "capabilitiesmanagement", "capabilities");
@@ -73,8 +73,8 @@ TEST_F(WrapperOverHostTest, requestsTravelAsHttpAndAnswersComeBack) {
     wrapper->sendRequest(read, handler);
     wrapper->sendRequest(create, handler);
 
-    ASSERT_TRUE(handler->waitForResponses(2));
-    auto const responses = handler->responses();
+    ASSERT_TRUE(handler->responses.waitFor(2));
+    auto const responses = handler->responses.all();
     EXPECT_EQ(responses[0].status, 200);
     EXPECT_EQ(responses[0].id, 3u);
     EXPECT_NE(responses[0].body.find("https://demo.example.com"), std::string::npos);
@@ -90,17 +90,17 @@ TEST_F(WrapperOverHostTest, requestsTravelAsHttpAndAnswersComeBack) {
     EXPECT_EQ(received[1].body, R"({"name":"seat heating"})");
 }
 
-TEST_F(WrapperOverHostTest, eventsArriveInOrderAsSentAndUnsubscribeIsSentOnce) {
+TEST_F(WrapperOverHostTest, EventsArriveInOrderAsSentAndUnsubscribeIsSentOnce) {
     unsigned const id = subscribeToToken();
-    auto const response = handler->responses().at(0);
-    EXPECT_EQ(response.state, RequestStateSucceeded);
+    auto const response = handler->responses.all().at(0);
+    EXPECT_EQ(response.stateValue, RequestStateSucceeded);
     EXPECT_EQ(response.body, R"({"status":"ok"})");
 
     for (auto const* token : {"second", "third", "fourth"}) {
         simulator.rotateToken("tok-1", token);
     }
-    ASSERT_TRUE(handler->waitForEvents(4));
-    auto const events = handler->events();
+    ASSERT_TRUE(handler->events.waitFor(4));
+    auto const events = handler->events.all();
     EXPECT_EQ(events[1].body,
               R"({"data":{"id":"tok-1","name":"demoservice","token":"second",)"
               R"("uri":"/tokenmanagement/accessTokens/tok-1"},"type":"data"})");
@@ -118,66 +118,66 @@ TEST_F(WrapperOverHostTest, eventsArriveInOrderAsSentAndUnsubscribeIsSentOnce) {
     EXPECT_EQ(simulator.received().size(), 2u);
 }
 
-TEST_F(WrapperOverHostTest, injected500IsRetriedOnTheClockAnd504IsNot) {
+TEST_F(WrapperOverHostTest, Injected500IsRetriedOnTheClockAnd504IsNot) {
     simulator.failNext("/onlinekvs/items/kvs-1", 500);
     wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
     ASSERT_TRUE(drainWorker(*wrapper));
-    EXPECT_TRUE(handler->responses().empty());
+    EXPECT_TRUE(handler->responses.all().empty());
     clock.advance(FIRST_RETRY_MS);
     ASSERT_TRUE(runWorkerLoop(*wrapper));
     EXPECT_EQ(simulator.received().size(), 1u) << "not due at exactly the delay";
     clock.advance(1);
     ASSERT_TRUE(runWorkerLoop(*wrapper));
-    ASSERT_TRUE(handler->waitForResponses(1));
-    EXPECT_EQ(handler->responses()[0].status, 200);
-    EXPECT_NE(handler->responses()[0].body.find(R"("value":"v1")"), std::string::npos);
+    ASSERT_TRUE(handler->responses.waitFor(1));
+    EXPECT_EQ(handler->responses.all()[0].status, 200);
+    EXPECT_NE(handler->responses.all()[0].body.find(R"("value":"v1")"), std::string::npos);
 
     simulator.failNext("/onlinekvs/items/kvs-1", 504);
     wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
-    ASSERT_TRUE(handler->waitForResponses(2));
-    EXPECT_EQ(handler->responses()[1].status, 504);
+    ASSERT_TRUE(handler->responses.waitFor(2));
+    EXPECT_EQ(handler->responses.all()[1].status, 504);
     clock.advance(10 * FIRST_RETRY_MS);
     ASSERT_TRUE(runWorkerLoop(*wrapper));
     EXPECT_EQ(simulator.received().size(), 3u);
 }
 
-TEST_F(WrapperOverHostTest, closedWebSocketEndsInErrorEventAndResubscriptionAfterTheDelay) {
+TEST_F(WrapperOverHostTest, ClosedWebSocketEndsInErrorEventAndResubscriptionAfterTheDelay) {
     subscribeToToken();
     EXPECT_EQ(simulator.closeAllWebSockets(), 1u);
     ASSERT_TRUE(log.waitFor("Subscription websocket closed"));
     EXPECT_EQ(log.count("Subscription websocket closed"), 1u);
 
     ASSERT_TRUE(stepUntilResponses(2));
-    EXPECT_EQ(handler->responses()[1].state, RequestStateSucceeded);
-    ASSERT_TRUE(handler->waitForEvents(2));
+    EXPECT_EQ(handler->responses.all()[1].stateValue, RequestStateSucceeded);
+    ASSERT_TRUE(handler->events.waitFor(2));
     simulator.rotateToken("tok-1", "after-reconnect");
-    ASSERT_TRUE(handler->waitForEvents(3));
-    EXPECT_NE(handler->events()[2].body.find("after-reconnect"), std::string::npos);
+    ASSERT_TRUE(handler->events.waitFor(3));
+    EXPECT_NE(handler->events.all()[2].body.find("after-reconnect"), std::string::npos);
 }
 
-TEST_F(WrapperOverHostTest, survivesTheBackendStoppingAndComingBack) {
+TEST_F(WrapperOverHostTest, SurvivesTheBackendStoppingAndComingBack) {
     subscribeToToken();
     std::uint16_t const port = simulator.port();
     simulator.stop();
     ASSERT_TRUE(log.waitFor("Subscription websocket closed"));
 
     wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
-    ASSERT_TRUE(handler->waitForResponses(2));
-    EXPECT_EQ(handler->responses()[1].status, 504) << "no backend: answered like a gateway time-out";
+    ASSERT_TRUE(handler->responses.waitFor(2));
+    EXPECT_EQ(handler->responses.all()[1].status, 504) << "no backend: answered like a gateway time-out";
 
     ASSERT_TRUE(simulator.start(port));
     ASSERT_TRUE(stepUntilResponses(3));
-    EXPECT_EQ(handler->responses()[2].state, RequestStateSucceeded);
+    EXPECT_EQ(handler->responses.all()[2].stateValue, RequestStateSucceeded);
     simulator.rotateToken("tok-1", "back-again");
-    ASSERT_TRUE(handler->waitForEvents(3));
-    EXPECT_NE(handler->events().back().body.find("back-again"), std::string::npos);
+    ASSERT_TRUE(handler->events.waitFor(3));
+    EXPECT_NE(handler->events.all().back().body.find("back-again"), std::string::npos);
 
     wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
-    ASSERT_TRUE(handler->waitForResponses(4));
-    EXPECT_EQ(handler->responses()[3].status, 200);
+    ASSERT_TRUE(handler->responses.waitFor(4));
+    EXPECT_EQ(handler->responses.all()[3].status, 200);
 }
 
-TEST_F(WrapperOverHostTest, misbehavingBackendIsLoggedAndSurvived) {
+TEST_F(WrapperOverHostTest, MisbehavingBackendIsLoggedAndSurvived) {
     subscribeToToken();
     simulator.sendRawToWebSockets("this is not json");
     simulator.sendRawToWebSockets(R"({"type":"greeting"})");
@@ -187,8 +187,8 @@ TEST_F(WrapperOverHostTest, misbehavingBackendIsLoggedAndSurvived) {
     EXPECT_EQ(log.count("Refused WebSocket message of unknown type 'greeting'"), 1u);
 
     simulator.rotateToken("tok-1", "still-flowing");
-    ASSERT_TRUE(handler->waitForEvents(2));
-    EXPECT_EQ(handler->events().size(), 2u);
+    ASSERT_TRUE(handler->events.waitFor(2));
+    EXPECT_EQ(handler->events.all().size(), 2u);
 
     simulator.sendRawToWebSockets(std::string(100 * 1024, 'x'));
     ASSERT_TRUE(log.waitFor("Refused WebSocket message over 65536 bytes; closing the connection"));

@@ -101,7 +101,7 @@ protected:
     common::logging::Logger logger{"integration"};
 };
 
-TEST_F(SubscriptionsOverSimulatorTest, serviceEntryLeadsTheTokenItemToAValidToken) {
+TEST_F(SubscriptionsOverSimulatorTest, ServiceEntryLeadsTheTokenItemToAValidToken) {
     auto const token = std::make_shared<core::TokenItem>(logger, notifier, wrapper, "nav");
     auto const service = std::make_shared<core::ServiceItem>(logger, notifier, wrapper, "nav");
     service->setTokenHandler(token);
@@ -115,7 +115,7 @@ TEST_F(SubscriptionsOverSimulatorTest, serviceEntryLeadsTheTokenItemToAValidToke
     EXPECT_TRUE(heard("token nav second"));
 }
 
-TEST_F(SubscriptionsOverSimulatorTest, disableReasonsAndAVanishedEntryReachTheListener) {
+TEST_F(SubscriptionsOverSimulatorTest, DisableReasonsAndAVanishedEntryReachTheListener) {
     auto const service = std::make_shared<core::ServiceItem>(logger, notifier, wrapper, "nav");
     manager->addService("nav", service);
     ASSERT_TRUE(subscribed({service}));
@@ -134,7 +134,7 @@ TEST_F(SubscriptionsOverSimulatorTest, disableReasonsAndAVanishedEntryReachTheLi
     EXPECT_EQ(listener->times("reasons nav maintenance"), 1u);
 }
 
-TEST_F(SubscriptionsOverSimulatorTest, kvsValuesTravelFromTheBackendAndBack) {
+TEST_F(SubscriptionsOverSimulatorTest, KvsValuesTravelFromTheBackendAndBack) {
     auto const item = std::make_shared<core::KVSItem>(logger, notifier, wrapper, "nav.color");
     item->handleURI("kvs-1");  // what posting the entry reports
     manager->addKVSItem("nav.color", item);
@@ -149,7 +149,7 @@ TEST_F(SubscriptionsOverSimulatorTest, kvsValuesTravelFromTheBackendAndBack) {
     EXPECT_TRUE(heard("kvs nav.color green"));  // the backend's event carries its stored value
 }
 
-TEST_F(SubscriptionsOverSimulatorTest, threeJobsInOneEventAreNotifiedAndAcknowledgedInOrder) {
+TEST_F(SubscriptionsOverSimulatorTest, ThreeJobsInOneEventAreNotifiedAndAcknowledgedInOrder) {
     auto const item = std::make_shared<core::JobItem>(logger, notifier, wrapper, "nav");
     ASSERT_TRUE(subscribed({item}));
     ASSERT_TRUE(eventually([&] { return simulator.acknowledgements().size() >= 3; }));

@@ -47,7 +47,7 @@ protected:
     BackendState state{[this](std::uint64_t, std::string const& message) { sent.push_back(Json::parse(message)); }};
 };
 
-TEST_F(BackendStateTest, scenarioFillsDefaultsAndQueriesFilter) {
+TEST_F(BackendStateTest, ScenarioFillsDefaultsAndQueriesFilter) {
     Json const services = get("/servicemanagement/services/?name=nav&serviceHostSystem=005F")["data"];
     ASSERT_EQ(services.size(), 1u);
     EXPECT_EQ(services[0]["disableReasons"], Json::array());
@@ -65,7 +65,7 @@ TEST_F(BackendStateTest, scenarioFillsDefaultsAndQueriesFilter) {
     EXPECT_EQ(get("/onlinekvs/items")["data"].size(), 1u) << "a refused scenario changes nothing";
 }
 
-TEST_F(BackendStateTest, createAnswersWithLocationAndUpdateMerges) {
+TEST_F(BackendStateTest, CreateAnswersWithLocationAndUpdateMerges) {
     std::string const capabilities = "/capabilitiesmanagement/capabilities";
     auto const created = state.handleHttp("POST", capabilities, R"({"name":"c","value":"1"})");
     EXPECT_EQ(created.status, 201);
@@ -79,7 +79,7 @@ TEST_F(BackendStateTest, createAnswersWithLocationAndUpdateMerges) {
     EXPECT_EQ(state.received().size(), 4u);
 }
 
-TEST_F(BackendStateTest, subscriptionsAreAcknowledgedThenFedWithEvents) {
+TEST_F(BackendStateTest, SubscriptionsAreAcknowledgedThenFedWithEvents) {
     std::uint32_t const kvs = subscribe("/onlinekvs/items/kvs-1");
     Json const acknowledgement{
         {"type", "ack"}, {"ref", 7}, {"status", 200}, {"subscriptionId", kvs}, {"data", {{"status", "ok"}}}};
@@ -108,7 +108,7 @@ TEST_F(BackendStateTest, subscriptionsAreAcknowledgedThenFedWithEvents) {
     EXPECT_EQ(sent.size(), before);
 }
 
-TEST_F(BackendStateTest, refusedSubscriptionsAndInjectedFaults) {
+TEST_F(BackendStateTest, RefusedSubscriptionsAndInjectedFaults) {
     EXPECT_EQ(subscribe("/privacysetup/privacyGroups"), 0u);
     EXPECT_EQ(sent.back()["status"], 503);
     state.failNext("/tokenmanagement/accessTokens/tok-1/", 500, 2);
@@ -124,7 +124,7 @@ TEST_F(BackendStateTest, refusedSubscriptionsAndInjectedFaults) {
     EXPECT_EQ(state.delayFor("/onlinekvs/items/kvs-1"), 0u);
 }
 
-TEST_F(BackendStateTest, jobsArePushedToTheirServiceAndLeaveTheListOnceAcknowledged) {
+TEST_F(BackendStateTest, JobsArePushedToTheirServiceAndLeaveTheListOnceAcknowledged) {
     std::uint32_t const jobs = subscribe("/backendjobs/jobs", {{"name", "nav"}});
     EXPECT_EQ(lastEventData(), Json::array());
     state.pushJob(R"({"name":"other"})");

@@ -35,7 +35,7 @@ protected:
     qel::test::LogCapture m_log;
 };
 
-TEST_F(ConfigReaderTest, missingFileGivesDefaultsAndLogsEveryBooleanFallbackInReadingOrder) {
+TEST_F(ConfigReaderTest, MissingFileGivesDefaultsAndLogsEveryBooleanFallbackInReadingOrder) {
     std::string const path = m_dir + "/absent.ini";
     FrameworkSubConfig const config = ConfigReader(path).getSubConfig();
 
@@ -59,7 +59,7 @@ TEST_F(ConfigReaderTest, missingFileGivesDefaultsAndLogsEveryBooleanFallbackInRe
     EXPECT_EQ(m_log.messages(LogLevel::Info), expected);
 }
 
-TEST_F(ConfigReaderTest, onlyTheTwoTrueSpellingsSetAFlag) {
+TEST_F(ConfigReaderTest, OnlyTheTwoTrueSpellingsSetAFlag) {
     FrameworkSubConfig const config =
         ConfigReader(writeIni("[SUBSCRIPTION_CONFIG]\nSKIP_SERVICE_SUBSCRIPTION=true\nSKIP_TOKEN_SUBSCRIPTION=TRUE\n"
                               "SKIP_CAPABILITIES=True\nSKIP_JOB_ENTRIES=1\nSKIP_OPERATION_ENTRIES=yes\n"
@@ -76,7 +76,7 @@ TEST_F(ConfigReaderTest, onlyTheTwoTrueSpellingsSetAFlag) {
     EXPECT_EQ(m_log.count(LogLevel::Debug, "Using bool value false"), 4u);
 }
 
-TEST_F(ConfigReaderTest, readsRsiSettingsWrapsThePortAndClampsTryCounts) {
+TEST_F(ConfigReaderTest, ReadsRsiSettingsWrapsThePortAndClampsTryCounts) {
     FrameworkSubConfig const config = ConfigReader(writeIni("[SUBSCRIPTION_CONFIG]\nSKIP_KVS=TRUE\n"
                                                             "[RSI_SERVICE]\nIP_ADDRESS=10.0.2.15\nPORT=70000\n"
                                                             "[RSI_CONFIG]\nTRY_COUNT_REQUESTS=100\n"
@@ -97,7 +97,7 @@ TEST_F(ConfigReaderTest, readsRsiSettingsWrapsThePortAndClampsTryCounts) {
                                               "Using RSI request try count: 100", "Using RSI request try count: 1"}));
 }
 
-TEST_F(ConfigReaderTest, emptyAddressAndBadNumbersKeepDefaultsSilently) {
+TEST_F(ConfigReaderTest, EmptyAddressAndBadNumbersKeepDefaultsSilently) {
     FrameworkSubConfig const config = ConfigReader(writeIni("[RSI_SERVICE]\nIP_ADDRESS=\nPORT=port\n"
                                                             "[RSI_CONFIG]\nTRY_COUNT_REQUESTS=0\n"
                                                             "TRY_COUNT_SUBSCRIPTIONS=many\n"))
@@ -111,7 +111,7 @@ TEST_F(ConfigReaderTest, emptyAddressAndBadNumbersKeepDefaultsSilently) {
     EXPECT_EQ(m_log.count(LogLevel::Info, "Using RSI request try count: 3"), 1u);
 }
 
-TEST_F(ConfigReaderTest, emptyOrAbsentPathOpensTheDeviceFile) {
+TEST_F(ConfigReaderTest, EmptyOrAbsentPathOpensTheDeviceFile) {
     ConfigReader const withEmptyPath{std::string()};
     ConfigReader const withoutPath;
     EXPECT_EQ(m_log.count(LogLevel::Info, "Opening inifile /etc/qel.onlineservices.framework/framework.ini:"), 2u);

@@ -15,7 +15,7 @@ namespace json = qel::dataformats::json;
 using qel::test::LogCapture;
 using LogLevel = LogCapture::LogLevel;
 
-TEST(Json, roundTripIsCompactAndStable) {
+TEST(Json, RoundTripIsCompactAndStable) {
     auto value = json::parse(" {\"b\" : [1, -2, 3.5, true, false, null, \"x\", {}, []],\n \"a\": {\"n\": 0}} \n");
     ASSERT_NE(value, nullptr);
     std::string const text = R"({"a":{"n":0},"b":[1,-2,3.5,true,false,null,"x",{},[]]})";
@@ -34,7 +34,7 @@ TEST(Json, roundTripIsCompactAndStable) {
     EXPECT_EQ(Ref(duplicate.get())("k").asInteger(), 2);
 }
 
-TEST(Json, numbersBecomeIntegerWhenTheyFitAndFloatOtherwise) {
+TEST(Json, NumbersBecomeIntegerWhenTheyFitAndFloatOtherwise) {
     struct Case {
         char const* text;
         Value::Kind kind;
@@ -68,7 +68,7 @@ TEST(Json, numbersBecomeIntegerWhenTheyFitAndFloatOtherwise) {
     EXPECT_EQ(json::stringify(&notANumber), "null");
 }
 
-TEST(Json, badInputGivesNullAndOneShortWarning) {
+TEST(Json, BadInputGivesNullAndOneShortWarning) {
     std::vector<std::string> const inputs{
         "",
         "   ",
@@ -108,7 +108,7 @@ TEST(Json, badInputGivesNullAndOneShortWarning) {
               1u);
 }
 
-TEST(Json, nestingIsLimited) {
+TEST(Json, NestingIsLimited) {
     auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
     auto deepest = json::parse(nested(json::MAX_DEPTH));
     ASSERT_NE(deepest, nullptr);
@@ -124,7 +124,7 @@ TEST(Json, nestingIsLimited) {
     EXPECT_EQ(log.count(LogLevel::Warning, "JSON parse error: nested deeper than 256 levels"), 2u);
 }
 
-TEST(Json, writerEscapesAsJsonRequires) {
+TEST(Json, WriterEscapesAsJsonRequires) {
     String special("q\"b\\s/n\nt\tc\x01\x1f\x7f u:\xc3\xbc\xe2\x82\xac\xf0\x9f\x98\x80");
     std::string const text = json::stringify(&special);
     EXPECT_EQ(text, "\"q\\\"b\\\\s/n\\nt\\tc\\u0001\\u001f\x7f u:\xc3\xbc\xe2\x82\xac\xf0\x9f\x98\x80\"");
@@ -138,7 +138,7 @@ TEST(Json, writerEscapesAsJsonRequires) {
     EXPECT_EQ(json::jsonStringFromValue(&body), R"({"na\"me":"v"})");
 }
 
-TEST(Json, invalidUtf8IsReplacedNotThrown) {
+TEST(Json, InvalidUtf8IsReplacedNotThrown) {
     std::string const replacement = "\xef\xbf\xbd";
     String broken("a\xff" "b\xc3");
     std::string text;

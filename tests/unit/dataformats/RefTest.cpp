@@ -20,7 +20,7 @@ std::unique_ptr<Value> parseOrDie(char const* text) {
 
 }  // namespace
 
-TEST(Ref, missingStepsGiveNullInsteadOfThrowing) {
+TEST(Ref, MissingStepsGiveNullInsteadOfThrowing) {
     char const* const trees[] = {
         "null", "7", "\"a\"", "[]", "{}", R"({"a":null})", R"({"a":[1]})", R"({"a":{"b":{}}})",
         R"({"a":{"b":[0,1,2]}})", R"({"a":{"b":[0,1,2,3,4,5,6,"c"]}})", R"({"a":{"b":[0,1,2,3,4,5,6,[]]}})",
@@ -45,7 +45,7 @@ TEST(Ref, missingStepsGiveNullInsteadOfThrowing) {
     EXPECT_TRUE(Ref(found.get())(static_cast<char const*>(nullptr)).isNull());
 }
 
-TEST(Ref, conversionsOfTheWrongKindGiveEmptyValues) {
+TEST(Ref, ConversionsOfTheWrongKindGiveEmptyValues) {
     auto tree = parseOrDie(R"({"f":2.75,"i":-42,"n":null,"s":"text","t":true,"a":[1],"o":{"x":1}})");
     Ref root(tree.get());
     EXPECT_EQ(root("s").asString(), "text");
@@ -71,7 +71,7 @@ TEST(Ref, conversionsOfTheWrongKindGiveEmptyValues) {
     EXPECT_EQ(Ref(blob).asString(), std::string("\0b", 2));
 }
 
-TEST(Ref, arraysAndObjectsAreInspectedSafely) {
+TEST(Ref, ArraysAndObjectsAreInspectedSafely) {
     auto tree = parseOrDie(R"({"list":["x","y","z"],"obj":{"b":1,"a":null,"c":[]}})");
     Ref root(tree.get());
     EXPECT_EQ(root("list").getArraySize(), 3u);

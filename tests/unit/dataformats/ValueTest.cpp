@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 using namespace qel::dataformats::data;
 namespace json = qel::dataformats::json;
@@ -15,7 +14,7 @@ char const* const DOCUMENT = R"({"list":[1,2.5,"s",true,null,{"k":"v"}],"nested"
 
 }  // namespace
 
-TEST(Value, copyIsDeepAndOutlivesTheOriginal) {
+TEST(Value, CopyIsDeepAndOutlivesTheOriginal) {
     auto parsed = json::parse(DOCUMENT);
     ASSERT_NE(parsed, nullptr);
     EXPECT_EQ(json::stringify(parsed->copy().get()), DOCUMENT);
@@ -40,7 +39,7 @@ TEST(Value, copyIsDeepAndOutlivesTheOriginal) {
     EXPECT_EQ(json::stringify(copy.get()), text);
 }
 
-TEST(Value, buildersStoreReplaceAndIgnoreNull) {
+TEST(Value, BuildersStoreReplaceAndIgnoreNull) {
     Object object;
     EXPECT_EQ(object.setNew("a", nullptr), nullptr);
     EXPECT_TRUE(object.members().empty());
@@ -56,44 +55,4 @@ TEST(Value, buildersStoreReplaceAndIgnoreNull) {
     Value* element = array.pushNew(std::make_unique<Null>());
     ASSERT_EQ(array.elements().size(), 1u);
     EXPECT_EQ(array.elements()[0].get(), element);
-}
-
-namespace {
-
-// Records which operation ran, with its payload, to check the dispatch of every kind.
-class RecordingVisitor : public ConstVisitor {
-public:
-    void visitNull() override { calls.push_back("null"); }
-    void visitBoolean(bool value) override { calls.push_back(std::string("boolean:") + (value ? "true" : "false")); }
-    void visitInteger(std::int64_t value) override { calls.push_back("integer:" + std::to_string(value)); }
-    void visitFloat(double value) override { calls.push_back("float:" + std::to_string(value)); }
-    void visitString(BufferDescriptor<char const> value) override {
-        calls.push_back("string:" + std::string(value.data, value.size));
-    }
-    void visitBlob(BufferDescriptor<char const> value) override {
-        calls.push_back("blob:" + std::to_string(value.size));
-    }
-    void visitArray(PtrVector<Value> const& elements) override {
-        calls.push_back("array:" + std::to_string(elements.size()));
-    }
-    void visitObject(PtrMap<std::string, Value> const& members) override {
-        calls.push_back("object:" + std::to_string(members.size()));
-    }
-
-    std::vector<std::string> calls;
-};
-
-}  // namespace
-
-TEST(Value, acceptCallsTheOperationOfItsKind) {
-    auto parsed = json::parse(R"([null,false,-7,2.5,"s",[1,2],{"a":1}])");
-    ASSERT_NE(parsed, nullptr);
-    RecordingVisitor visitor;
-    for (auto const& element : static_cast<Array&>(*parsed).elements()) {
-        element->accept(visitor);
-    }
-    Blob(std::string("\0\1\2", 3)).accept(visitor);
-    std::vector<std::string> expected{"null",     "boolean:false", "integer:-7", "float:2.500000", "string:s",
-                                      "array:2", "object:1",      "blob:3"};
-    EXPECT_EQ(visitor.calls, expected);
 }

@@ -26,14 +26,14 @@ std::shared_ptr<Record> read(std::string const& json) {
     return record;
 }
 
-TEST(AccessTokenObject, readsItsMembersCaseSensitively) {
+TEST(AccessTokenObject, ReadsItsMembersCaseSensitively) {
     auto const token =
         read<AccessTokenObject>(R"({"id": "t1", "name": "svc", "token": "abc", "uri": "/t", "Token": "x", "exp": 3})");
     EXPECT_EQ(token->id + "|" + token->name + "|" + token->token + "|" + token->uri, "t1|svc|abc|/t");
     EXPECT_TRUE(token->isIdSet && token->isNameSet && token->isTokenSet && token->isUriSet);
 }
 
-TEST(JobObject, nameFillsJobTypeTooAndTheIdentifierIsAnInteger) {
+TEST(JobObject, NameFillsJobTypeTooAndTheIdentifierIsAnInteger) {
     auto const job = read<JobObject>(R"({"id": "j", "jobIdentifier": 17, "jobPayload": "{}", "name": "x"})");
     EXPECT_EQ(job->name, "x");
     EXPECT_EQ(job->jobType, "x");
@@ -43,7 +43,7 @@ TEST(JobObject, nameFillsJobTypeTooAndTheIdentifierIsAnInteger) {
     EXPECT_TRUE(textIdentifier->isJobIdentifierSet && textIdentifier->jobIdentifier == 0);
 }
 
-TEST(KVSItemObject, readsTextsAndTheUpToDateBooleanWrongKindsGiveEmptyValues) {
+TEST(KVSItemObject, ReadsTextsAndTheUpToDateBooleanWrongKindsGiveEmptyValues) {
     auto const item = read<KVSItemObject>(R"({"name": "volume", "owner": "svc", "value": "7", "upToDate": true})");
     EXPECT_EQ(item->name + "|" + item->owner + "|" + item->value, "volume|svc|7");
     EXPECT_TRUE(item->upToDate && item->isUpToDateSet && item->isOwnerSet && !item->isIdSet);
@@ -52,7 +52,7 @@ TEST(KVSItemObject, readsTextsAndTheUpToDateBooleanWrongKindsGiveEmptyValues) {
     EXPECT_FALSE(wrongKinds->upToDate);
 }
 
-TEST(Records, unknownMembersOnlyLeaveEveryFlagFalse) {
+TEST(Records, UnknownMembersOnlyLeaveEveryFlagFalse) {
     std::string const unknown = R"({"ID": "1", "Name": "n", "payload": {"uri": "/u"}})";
     auto const token = read<AccessTokenObject>(unknown);
     EXPECT_FALSE(token->isIdSet || token->isNameSet || token->isTokenSet || token->isUriSet);
@@ -64,14 +64,14 @@ TEST(Records, unknownMembersOnlyLeaveEveryFlagFalse) {
                  item->isUpToDateSet);
 }
 
-TEST(Records, privacySettingsStayEmptyWhateverArrives) {
+TEST(Records, PrivacySettingsStayEmptyWhateverArrives) {
     auto const privacy =
         read<PrivacySettingsObject>(R"({"groupId": "g", "groupName": "location", "status": "granted", "id": "1"})");
     EXPECT_FALSE(privacy->isGroupIdSet || privacy->isGroupNameSet || privacy->isStatusSet);
     EXPECT_EQ(privacy->groupId + privacy->groupName + privacy->status, "");
 }
 
-TEST(Records, nullOrNonObjectValuesReadNothingAndWarn) {
+TEST(Records, NullOrNonObjectValuesReadNothingAndWarn) {
     qel::test::LogCapture log;
     ServiceObject service;
     service.deserialize(nullptr);

@@ -20,7 +20,7 @@ ServiceObject read(std::string const& json) {
     return service;
 }
 
-TEST(ServiceObject, readsEveryKnownMember) {
+TEST(ServiceObject, ReadsEveryKnownMember) {
     ServiceObject const service = read(R"({
         "accessToken": {"uri": "/tokenmanagement/v1/accessTokens/7", "token": "not-taken"},
         "activeMonitoringService": true, "apnType": "internet", "baseUrl": "https://svc.example",
@@ -43,7 +43,7 @@ TEST(ServiceObject, readsEveryKnownMember) {
     EXPECT_TRUE(service.isAccessTokenSet() && service.isServiceIdSet() && service.isTypeSet());
 }
 
-TEST(ServiceObject, emptyOrOddListsStillSetTheirFlags) {
+TEST(ServiceObject, EmptyOrOddListsStillSetTheirFlags) {
     ServiceObject const service = read(R"({"disableReasons": [], "privacyGroups": "location",
                                            "type": [1, "app", null], "requires": {"a": "b"}})");
     EXPECT_TRUE(service.isDisableReasonsSet() && service.isPrivacyGroupsSet() && service.isRequiresSet());
@@ -53,7 +53,7 @@ TEST(ServiceObject, emptyOrOddListsStillSetTheirFlags) {
     EXPECT_EQ(service.getType(), (Strings{"", "app", ""}));
 }
 
-TEST(ServiceObject, missingMismatchedOrWrongKindMembers) {
+TEST(ServiceObject, MissingMismatchedOrWrongKindMembers) {
     ServiceObject const service = read(R"({"URI": "/x", "Name": "svc", "baseUrl": 5, "blocksDisabling": "true",
                                            "accessToken": "/tokens/1"})");
     EXPECT_FALSE(service.isUriSet() || service.isServiceIdSet());

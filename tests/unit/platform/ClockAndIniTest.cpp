@@ -2,7 +2,6 @@
 #include "support/ManualClock.h"
 
 #include "common/Clock.h"
-#include "common/Error.h"
 #include "ini/IniFileHandler.h"
 
 #include <gtest/gtest.h>
@@ -28,16 +27,6 @@ TEST(Clock, ManualSourceMovesOnlyWhenAdvancedAndSteadyReturnsAfterwards) {
     auto const first = Clock::getSystemTimeValue();
     EXPECT_GE(Clock::getSystemTimeValue(), first);
     EXPECT_GT(first, 0);
-}
-
-TEST(Error, RaiseThrowsItselfWithItsText) {
-    qel::common::errors::Error const error("job entry object invalid!");
-    try {
-        error.raise();
-        FAIL() << "raise returned";
-    } catch (qel::common::errors::Error const& caught) {
-        EXPECT_STREQ(caught.what(), "job entry object invalid!");
-    }
 }
 
 class IniFileHandlerTest : public ::testing::Test {

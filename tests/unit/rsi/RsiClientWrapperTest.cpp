@@ -1,10 +1,10 @@
-#include "RsiTestDoubles.h"
 #include "dataformats/Value.h"
 #include "rsi/RSIClientWrapper.h"
 #include "rsi/SharedRsiClient.h"
 #include "support/InMemoryRsiClient.h"
 #include "support/LogCapture.h"
 #include "support/ManualClock.h"
+#include "support/RsiRecorders.h"
 #include "support/RsiWorkerDriver.h"
 
 #include <gtest/gtest.h>
@@ -53,7 +53,7 @@ protected:
     std::shared_ptr<RecordingHandler> handler = std::make_shared<RecordingHandler>();
 };
 
-TEST_F(RsiClientWrapperTest, describesRequestsOnOneLine) {
+TEST_F(RsiClientWrapperTest, DescribesRequestsOnOneLine) {
     auto get = makeRequest(RequestTypeGetElement, "onlinekvs", "items", "abc");
     EXPECT_EQ(RSIClientWrapper::getRequestDescription(*get), "GET onlinekvs/items/abc   ");
     get->queryParameters = {{"b", "2"}, {"a", "1"}};
@@ -74,7 +74,7 @@ TEST_F(RsiClientWrapperTest, describesRequestsOnOneLine) {
     EXPECT_EQ(RSIClientWrapper::getRequestDescription(*makeRequest(99, "svc", "r")), "UNKNOWN <unknown uri>   ");
 }
 
-TEST_F(RsiClientWrapperTest, processesRequestsInOrderAndAnswersTheirHandlers) {
+TEST_F(RsiClientWrapperTest, ProcessesRequestsInOrderAndAnswersTheirHandlers) {
     for (char const* element : {"a", "b", "c"}) {
         wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", element), handler);
     }
@@ -88,7 +88,7 @@ TEST_F(RsiClientWrapperTest, processesRequestsInOrderAndAnswersTheirHandlers) {
     EXPECT_EQ(handler->responses.all()[2].status, 200);
 }
 
-TEST_F(RsiClientWrapperTest, workerRetriesAFailedRequestOnlyAfterItsDelayPassed) {
+TEST_F(RsiClientWrapperTest, WorkerRetriesAFailedRequestOnlyAfterItsDelayPassed) {
     rsi->replyTo({}, Reply(500), 1);
     wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", "a"), handler);
     ASSERT_TRUE(rsi->waitForRequests(1));
@@ -107,7 +107,7 @@ TEST_F(RsiClientWrapperTest, workerRetriesAFailedRequestOnlyAfterItsDelayPassed)
     EXPECT_TRUE(log.contains(LogLevel::Trace, "Deleting RSI request"));
 }
 
-TEST_F(RsiClientWrapperTest, lostSubscriptionIsMadeAgainByTheWorkerAndUnsubscribedOnceWhenRemoved) {
+TEST_F(RsiClientWrapperTest, LostSubscriptionIsMadeAgainByTheWorkerAndUnsubscribedOnceWhenRemoved) {
     unsigned int const id = subscribeItems();
     EXPECT_EQ(id, 1u);
     ASSERT_TRUE(handler->responses.waitFor(1));
@@ -135,7 +135,7 @@ TEST_F(RsiClientWrapperTest, lostSubscriptionIsMadeAgainByTheWorkerAndUnsubscrib
     EXPECT_EQ(wrapper->queuedJobCount(), 0u);
 }
 
-TEST_F(RsiClientWrapperTest, disconnectDropsEverySubscriptionAndRestartsTheIds) {
+TEST_F(RsiClientWrapperTest, DisconnectDropsEverySubscriptionAndRestartsTheIds) {
     EXPECT_EQ(subscribeItems(), 1u);
     EXPECT_EQ(subscribeItems("e1"), 2u);
     ASSERT_TRUE(rsi->waitForSubscribeCalls(2));
@@ -153,7 +153,7 @@ TEST_F(RsiClientWrapperTest, disconnectDropsEverySubscriptionAndRestartsTheIds) 
     ASSERT_TRUE(rsi->waitForSubscribeCalls(3));
 }
 
-TEST_F(RsiClientWrapperTest, refusesEverythingAfterStop) {
+TEST_F(RsiClientWrapperTest, RefusesEverythingAfterStop) {
     wrapper->stop();
     EXPECT_EQ(subscribeItems(), 0u);
     wrapper->sendRequest(makeRequest(RequestTypeGetResource, "onlinekvs", "items"), handler);
@@ -166,7 +166,7 @@ TEST_F(RsiClientWrapperTest, refusesEverythingAfterStop) {
     EXPECT_TRUE(rsi->subscriptions().empty());
 }
 
-TEST_F(RsiClientWrapperTest, stopWithWorkInFlightReturnsPromptlyAndCallsNoHandlerAfterwards) {
+TEST_F(RsiClientWrapperTest, StopWithWorkInFlightReturnsPromptlyAndCallsNoHandlerAfterwards) {
     rsi->setDefaultReply(Reply(200).heldFor(60000));
     wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", "held"), handler);
     ASSERT_TRUE(rsi->waitForRequests(1));  // the worker is now inside the client
@@ -195,7 +195,7 @@ TEST_F(RsiClientWrapperTest, stopWithWorkInFlightReturnsPromptlyAndCallsNoHandle
     EXPECT_TRUE(log.contains(LogLevel::Info, "Thread finished"));
 }
 
-TEST(RsiClientWrapperWithoutClient, logsAndReportsTheClientAsExpired) {
+TEST(RsiClientWrapperWithoutClient, LogsAndReportsTheClientAsExpired) {
     // Uninstall explicitly: a fresh process would otherwise get the host client.
     qel::rsi::client::SetSharedRsiClient(nullptr);
     LogCapture log;

@@ -1,13 +1,57 @@
-#include "RsiTestDoubles.h"
+#include "rsi/IRSIClientWrapper.h"
 #include "rsi/RSIClientWrapper.h"
 #include "rsi/RSIEntryManager.h"
 #include "support/InMemoryRsiClient.h"
 #include "support/LogCapture.h"
+#include "support/RsiRecorders.h"
 #include "support/RsiWorkerDriver.h"
 
 #include <gtest/gtest.h>
 
 namespace qel::test {
+
+// A wrapper that only records; the test answers each request itself, with any status.
+class ScriptedWrapper : public onlineservices::framework::core::IRSIClientWrapper {
+public:
+    struct Sent {
+        std::shared_ptr<rsi::client::Request> request;
+        std::weak_ptr<rsi::client::ResponseHandler> handler;
+    };
+
+    void sendRequest(std::shared_ptr<rsi::client::Request> const& request,
+                     std::weak_ptr<rsi::client::ResponseHandler> const& handler) override {
+        sent.push_back({request, handler});
+    }
+    unsigned int subscribe(std::shared_ptr<rsi::client::Request> const&,
+                           std::weak_ptr<rsi::client::ResponseHandler> const&,
+                           std::weak_ptr<rsi::client::EventHandler> const&) override {
+        return 0;
+    }
+    void unsubscribe(unsigned int) override {}
+    void disconnect() override {}
+    void start() override {}
+    void stop() override {}
+
+    // Answers request `index` as the wrapper would (state succeeded); false if its handler is gone.
+    bool answer(std::size_t index, std::int16_t status, std::string const& body = "",
+                std::string const& location = "") const {
+        auto const handler = sent.at(index).handler.lock();
+        if (!handler) {
+            return false;
+        }
+        Response response;
+        response.setStatus(status);
+        response.setLocation(location);
+        if (!body.empty()) {
+            response.setData(dataformats::json::parse(body));
+        }
+        handler->handleResponse(RequestState(rsi::client::RequestStateSucceeded, ""), response);
+        return true;
+    }
+
+    std::vector<Sent> sent;  // test thread only
+};
+
 namespace {
 
 using common::logging::LogLevel;
@@ -57,7 +101,7 @@ protected:
     std::shared_ptr<RecordingUriHandler> uriHandler = std::make_shared<RecordingUriHandler>();
 };
 
-TEST_F(RsiEntryManagerTest, newEntryIsReadThenCreatedAndLearnsItsIdFromTheLocation) {
+TEST_F(RsiEntryManagerTest, NewEntryIsReadThenCreatedAndLearnsItsIdFromTheLocation) {
     auto const entry = capability("route", "1", true);
     manager->post({entry}, callback);
     ASSERT_EQ(wrapper->sent.size(), 1u);
@@ -86,7 +130,7 @@ TEST_F(RsiEntryManagerTest, newEntryIsReadThenCreatedAndLearnsItsIdFromTheLocati
     EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
 }
 
-TEST_F(RsiEntryManagerTest, changedEntryIsUpdatedInPlaceWhenItMayBeOtherwiseCreatedAnew) {
+TEST_F(RsiEntryManagerTest, ChangedEntryIsUpdatedInPlaceWhenItMayBeOtherwiseCreatedAnew) {
     auto const updatable = capability("route", "new", false);
     auto const recreated = capability("speed", "new", true);
     manager->post({updatable, recreated}, callback);
@@ -111,7 +155,7 @@ TEST_F(RsiEntryManagerTest, changedEntryIsUpdatedInPlaceWhenItMayBeOtherwiseCrea
     EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
 }
 
-TEST_F(RsiEntryManagerTest, entriesTheBackendAlreadyHoldsAreNotWrittenAndTheSetReportsOnceAfterTheLast) {
+TEST_F(RsiEntryManagerTest, EntriesTheBackendAlreadyHoldsAreNotWrittenAndTheSetReportsOnceAfterTheLast) {
     auto const kvs = kvsItem("k", uriHandler);
     auto const current = capability("route", "1", true);
     auto const other = capability("speed", "2", true);
@@ -129,7 +173,7 @@ TEST_F(RsiEntryManagerTest, entriesTheBackendAlreadyHoldsAreNotWrittenAndTheSetR
     EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
 }
 
-TEST_F(RsiEntryManagerTest, setReportsFalseAtOnceForEveryFailureAndTrueNeverAfterOne) {
+TEST_F(RsiEntryManagerTest, SetReportsFalseAtOnceForEveryFailureAndTrueNeverAfterOne) {
     auto const kvs = kvsItem("k", uriHandler);
     kvs->setUuid("old-id");
     std::vector<std::shared_ptr<RSIEntry>> const entries{capability("a", "1", true), kvs, capability("c", "1", true)};
@@ -148,7 +192,7 @@ TEST_F(RsiEntryManagerTest, setReportsFalseAtOnceForEveryFailureAndTrueNeverAfte
     EXPECT_TRUE(log.contains(LogLevel::Info, R"((Capability) c Response: {"error":"timeout"})"));
 }
 
-TEST_F(RsiEntryManagerTest, answersForAGoneEntryOrManagerAreDropped) {
+TEST_F(RsiEntryManagerTest, AnswersForAGoneEntryOrManagerAreDropped) {
     auto entry = capability("route", "1", true);
     manager->post({entry}, callback);
     entry.reset();
@@ -162,7 +206,7 @@ TEST_F(RsiEntryManagerTest, answersForAGoneEntryOrManagerAreDropped) {
     EXPECT_EQ(callback->values.size(), 0u);
 }
 
-TEST(RsiEntryManagerThroughTheWorker, createsAMissingKvsItemAndHandsItsIdOver) {
+TEST(RsiEntryManagerThroughTheWorker, CreatesAMissingKvsItemAndHandsItsIdOver) {
     LogCapture log;
     InMemoryRsiClient::Installation rsi;
     rsi->replyTo({RequestTypeGetElement}, Reply(200, R"({"data":[]})"));

@@ -1,9 +1,9 @@
-#include "RsiTestDoubles.h"
 #include "rsi/RSIRequest.h"
 #include "rsi/RSISubscription.h"
 #include "support/InMemoryRsiClient.h"
 #include "support/LogCapture.h"
 #include "support/ManualClock.h"
+#include "support/RsiRecorders.h"
 
 #include <gtest/gtest.h>
 
@@ -57,7 +57,7 @@ protected:
     std::shared_ptr<RecordingHandler> handler = std::make_shared<RecordingHandler>();
 };
 
-TEST_F(RsiJobTest, failingRequestIsRetriedOnTheScheduleNeverEarlyAndReportsOnlyItsSuccess) {
+TEST_F(RsiJobTest, FailingRequestIsRetriedOnTheScheduleNeverEarlyAndReportsOnlyItsSuccess) {
     rsi->setDefaultReply({500});
     auto const job = requestJob();
     job->process();
@@ -94,7 +94,7 @@ TEST_F(RsiJobTest, failingRequestIsRetriedOnTheScheduleNeverEarlyAndReportsOnlyI
     EXPECT_EQ(responses[0].id, 3u);
 }
 
-TEST_F(RsiJobTest, gatewayTimeoutIsReportedAtOnceNeverRetriedAndNotSent) {
+TEST_F(RsiJobTest, GatewayTimeoutIsReportedAtOnceNeverRetriedAndNotSent) {
     rsi->setDefaultReply({504});
     auto const job = requestJob();
     job->process();
@@ -111,7 +111,7 @@ TEST_F(RsiJobTest, gatewayTimeoutIsReportedAtOnceNeverRetriedAndNotSent) {
     EXPECT_EQ(handler->responses.size(), 1u);
 }
 
-TEST_F(RsiJobTest, cancelledOrClientlessJobsReportToTheirHandlerWithoutCallingTheClient) {
+TEST_F(RsiJobTest, CancelledOrClientlessJobsReportToTheirHandlerWithoutCallingTheClient) {
     auto const cancelledRequest = requestJob();
     cancelledRequest->requestCancel();
     cancelledRequest->process();
@@ -137,7 +137,7 @@ TEST_F(RsiJobTest, cancelledOrClientlessJobsReportToTheirHandlerWithoutCallingTh
     EXPECT_TRUE(log.contains(LogLevel::Warning, "RSI client expired"));
 }
 
-TEST_F(RsiJobTest, subscriptionRetriesUntilMadeAndRestartsTheScheduleWhenItsConnectionCloses) {
+TEST_F(RsiJobTest, SubscriptionRetriesUntilMadeAndRestartsTheScheduleWhenItsConnectionCloses) {
     rsi->replyTo({}, Reply().withState(RequestStateFailed, "refused"), 3);
     auto const job = subscriptionJob();
     job->process();
@@ -165,7 +165,7 @@ TEST_F(RsiJobTest, subscriptionRetriesUntilMadeAndRestartsTheScheduleWhenItsConn
     EXPECT_EQ(handler->events.size(), 1u);
 }
 
-TEST_F(RsiJobTest, subscriptionUnsubscribesAtTheClientExactlyOnceWhenItsLastReferenceGoes) {
+TEST_F(RsiJobTest, SubscriptionUnsubscribesAtTheClientExactlyOnceWhenItsLastReferenceGoes) {
     auto job = subscriptionJob(4);
     job->process();
     auto second = job;
@@ -177,7 +177,7 @@ TEST_F(RsiJobTest, subscriptionUnsubscribesAtTheClientExactlyOnceWhenItsLastRefe
     EXPECT_FALSE(rsi->pushData(1001, "[]"));
 }
 
-TEST_F(RsiJobTest, onlyWellFormedDataEventsReachTheEventHandler) {
+TEST_F(RsiJobTest, OnlyWellFormedDataEventsReachTheEventHandler) {
     auto const job = subscriptionJob();
     job->process();
     std::uint32_t const id = job->subIdClient();

@@ -1,8 +1,8 @@
-#include "RsiTestDoubles.h"
 #include "rsi/RSIClientWrapper.h"
 #include "rsi/RSIServiceManager.h"
 #include "support/InMemoryRsiClient.h"
 #include "support/LogCapture.h"
+#include "support/RsiRecorders.h"
 #include "support/RsiWorkerDriver.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ protected:
     std::shared_ptr<RecordingCallback> jobs = std::make_shared<RecordingCallback>();
 };
 
-TEST_F(RsiServiceManagerTest, callbacksForOneServiceShareOneSubscriptionAndHearItsAvailability) {
+TEST_F(RsiServiceManagerTest, CallbacksForOneServiceShareOneSubscriptionAndHearItsAvailability) {
     rsi->replyTo({RequestTypeSubscribeRoot}, Reply(200, R"({"status":"degraded"})"), 1);
     manager->subscribe("onlinekvs", kvsFirst);
     manager->subscribe("onlinekvs", kvsSecond);
@@ -78,7 +78,7 @@ TEST_F(RsiServiceManagerTest, callbacksForOneServiceShareOneSubscriptionAndHearI
     EXPECT_EQ(kvsFirst->values.size(), 1u);
 }
 
-TEST_F(RsiServiceManagerTest, forgottenCallbacksHearNothingAndALateCallbackOnlyLaterEvents) {
+TEST_F(RsiServiceManagerTest, ForgottenCallbacksHearNothingAndALateCallbackOnlyLaterEvents) {
     manager->subscribe("onlinekvs", kvsFirst);
     ASSERT_TRUE(drainWorker(*wrapper));
     std::uint32_t const id = subscriptionOf("onlinekvs");

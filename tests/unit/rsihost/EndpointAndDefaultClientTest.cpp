@@ -40,7 +40,7 @@ protected:
         (std::filesystem::temp_directory_path() / ("rsi-endpoint-" + std::to_string(::getpid()) + ".ini")).string();
 };
 
-TEST_F(RsiEndpointTest, environmentWinsOverIniWhichWinsOverTheDefault) {
+TEST_F(RsiEndpointTest, EnvironmentWinsOverIniWhichWinsOverTheDefault) {
     RsiEndpoint const fallback = RsiEndpoint::resolve(m_iniPath);
     EXPECT_EQ(fallback.text(), "127.0.0.1:8080");
 
@@ -54,7 +54,7 @@ TEST_F(RsiEndpointTest, environmentWinsOverIniWhichWinsOverTheDefault) {
     EXPECT_TRUE(log.contains(LogLevel::Info, "RSI backend endpoint localhost:9100"));
 }
 
-TEST_F(RsiEndpointTest, unusableValuesAreLoggedAndIgnored) {
+TEST_F(RsiEndpointTest, UnusableValuesAreLoggedAndIgnored) {
     std::string const ini = writeIni("[RSI_SERVICE]\nIP_ADDRESS=\nPORT=70000\n");
     setenv("QEL_RSI_PORT", "80x", 1);
     EXPECT_EQ(RsiEndpoint::resolve(ini).text(), "127.0.0.1:8080");
@@ -62,7 +62,7 @@ TEST_F(RsiEndpointTest, unusableValuesAreLoggedAndIgnored) {
     EXPECT_TRUE(log.contains(LogLevel::Warning, "Ignoring QEL_RSI_PORT='80x'"));
 }
 
-TEST(SharedRsiClientTest, hostClientIsTheDefaultUntilAClientIsInstalled) {
+TEST(SharedRsiClient, HostClientIsTheDefaultUntilAClientIsInstalled) {
     auto const host = rsi::client::GetSharedRsiClient();
     EXPECT_NE(std::dynamic_pointer_cast<rsi::client::host::HostRsiClient>(host), nullptr);
     EXPECT_EQ(rsi::client::GetSharedRsiClient(), host) << "one client per process";

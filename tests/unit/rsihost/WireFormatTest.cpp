@@ -18,7 +18,7 @@ Request request(std::uint32_t type, std::string service, std::string resource = 
     return result;
 }
 
-TEST(RsiWireFormatTest, targetFollowsTheRequestTypeAndEncodesTheQuery) {
+TEST(RsiWireFormat, TargetFollowsTheRequestTypeAndEncodesTheQuery) {
     EXPECT_EQ(wire::targetOf(request(RequestTypeGetResource, "onlinekvs", "items")), "/onlinekvs/items");
     EXPECT_EQ(wire::targetOf(request(RequestTypePostElement, "backendjobs", "jobs", "j1")), "/backendjobs/jobs/j1");
     EXPECT_EQ(wire::targetOf(request(RequestTypeGetService, "servicemanagement")), "/servicemanagement/");
@@ -33,7 +33,7 @@ TEST(RsiWireFormatTest, targetFollowsTheRequestTypeAndEncodesTheQuery) {
     EXPECT_EQ(wire::targetOf(root), "/?name=onlinekvs");
 }
 
-TEST(RsiWireFormatTest, queryDecodingIsLenientAndInvertsEncoding) {
+TEST(RsiWireFormat, QueryDecodingIsLenientAndInvertsEncoding) {
     std::map<std::string, std::string> const tricky = {{"a&b", "c=d"}, {"umlaut", "\xC3\xA4"}, {"plus", "1+1"}};
     EXPECT_EQ(wire::encodeQuery(tricky), "a%26b=c%3Dd&plus=1%2B1&umlaut=%C3%A4");
     EXPECT_EQ(wire::decodeQuery(wire::encodeQuery(tricky)), tricky);

@@ -29,7 +29,7 @@ protected:
     }
 };
 
-TEST_F(JobItemTest, newJobsForThisServiceAreNotifiedAndAcknowledgedOnceWithTheListenersAnswer) {
+TEST_F(JobItemTest, NewJobsForThisServiceAreNotifiedAndAcknowledgedOnceWithTheListenersAnswer) {
     listener->jobAnswer = BackendJobAcknowledgeCode::INVALID_PAYLOAD;
     subscribe(*item);
     std::string const event = "[" + job("j1", "nav", "005F/1") + "," + job("j2", "nav", "abc") + "," +
@@ -43,7 +43,7 @@ TEST_F(JobItemTest, newJobsForThisServiceAreNotifiedAndAcknowledgedOnceWithTheLi
                                                             R"(j5 {"jobAcknowledgeState":"invalidPayload"})"}));
 }
 
-TEST_F(JobItemTest, withoutAListenerTheBackendHearsUnknownError) {
+TEST_F(JobItemTest, WithoutAListenerTheBackendHearsUnknownError) {
     subscribe(*item);
     notifier->setListener(std::weak_ptr<core::IBackendJobListener>());
     push(*item, jobs, "[" + job("j1", "nav", "") + "]");

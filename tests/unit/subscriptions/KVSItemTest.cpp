@@ -21,7 +21,7 @@ protected:
     }
 };
 
-TEST_F(KVSItemTest, valuesReachTheListenerOnTheQueueDirectlyOrAfterARead) {
+TEST_F(KVSItemTest, ValuesReachTheListenerOnTheQueueDirectlyOrAfterARead) {
     subscribeToItem();
     ASSERT_EQ(rsi->subscriptions().size(), 1u);  // the element alone, never the whole resource
     EXPECT_EQ(rsi->subscriptions()[0].request.element, "k-1");
@@ -40,7 +40,7 @@ TEST_F(KVSItemTest, valuesReachTheListenerOnTheQueueDirectlyOrAfterARead) {
     EXPECT_EQ(requestsOfType(RequestTypeGetResource).size(), 1u);
 }
 
-TEST_F(KVSItemTest, updateIsPostponedBeforeSubscriptionThenAnsweredOrFailedByTheBackend) {
+TEST_F(KVSItemTest, UpdateIsPostponedBeforeSubscriptionThenAnsweredOrFailedByTheBackend) {
     EXPECT_EQ(item->update("green"), KVSUpdateStatus::KVS_SERVICE_UNAVAILABLE);
     EXPECT_EQ(rsi->requests().size(), 0u);
 
@@ -56,7 +56,7 @@ TEST_F(KVSItemTest, updateIsPostponedBeforeSubscriptionThenAnsweredOrFailedByThe
 }
 
 // The one test that waits out the update time-out.
-TEST_F(KVSItemTest, updateWithoutAnswerGivesUpAfterThreeSeconds) {
+TEST_F(KVSItemTest, UpdateWithoutAnswerGivesUpAfterThreeSeconds) {
     subscribeToItem();
     rsi->replyTo({RequestTypePostElement}, Reply(200).heldFor(60000), 1);
     auto const start = std::chrono::steady_clock::now();

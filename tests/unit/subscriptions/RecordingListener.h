@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/Thread.h"
-#include "unit/rsi/RsiTestDoubles.h"
+#include "support/RsiRecorders.h"
 
 #include <onlineservices/framework/IBackendJobListener.h>
 #include <onlineservices/framework/IKVSListener.h>

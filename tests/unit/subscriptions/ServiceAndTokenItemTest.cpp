@@ -22,7 +22,7 @@ protected:
     Match const tokenElement{RequestTypeSubscribeElement, "tokenmanagement"};
 };
 
-TEST_F(ServiceAndTokenItemTest, serviceEntryReachesListenersOnItsQueueAndOnlyChangesAreRepeated) {
+TEST_F(ServiceAndTokenItemTest, ServiceEntryReachesListenersOnItsQueueAndOnlyChangesAreRepeated) {
     core::SubscriptionManager manager(config, notifier, wrapper);
     manager.addService("nav", service);
     service->setTokenHandler(token);
@@ -44,7 +44,7 @@ TEST_F(ServiceAndTokenItemTest, serviceEntryReachesListenersOnItsQueueAndOnlyCha
     EXPECT_EQ(listener->heard.size(), 4u);
 }
 
-TEST_F(ServiceAndTokenItemTest, tokenItemFollowsTheUriItIsGivenAndCountsOnlyValidTokens) {
+TEST_F(ServiceAndTokenItemTest, TokenItemFollowsTheUriItIsGivenAndCountsOnlyValidTokens) {
     token->handleURI("/tokenmanagement/accessTokens/abc");
     EXPECT_EQ(rsi->subscriptions().size(), 0u);  // not asked to subscribe yet
     subscribe(*token);

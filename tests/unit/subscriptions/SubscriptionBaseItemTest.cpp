@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(SubscriptionBaseItemTest, resourceEventSelectsTheElementAndEachElementConfirmationIsReported) {
+TEST_F(SubscriptionBaseItemTest, ResourceEventSelectsTheElementAndEachElementConfirmationIsReported) {
     subscribe(*item);
     ASSERT_EQ(rsi->subscriptions().size(), 1u);
     EXPECT_EQ(rsi->subscriptions()[0].request.queryParameters,
@@ -66,7 +66,7 @@ TEST_F(SubscriptionBaseItemTest, resourceEventSelectsTheElementAndEachElementCon
     EXPECT_EQ(rsi->subscriptions().size(), 2u);
 }
 
-TEST_F(SubscriptionBaseItemTest, failureReportsFalseOnlyForFlagsThatWereSet) {
+TEST_F(SubscriptionBaseItemTest, FailureReportsFalseOnlyForFlagsThatWereSet) {
     ManualClock clock;  // the wrapper's own retry of the refused subscription never comes due
     rsi->replyTo(resource, Reply().withState(0, "refused"));
     subscribe(*item);
@@ -82,7 +82,7 @@ TEST_F(SubscriptionBaseItemTest, failureReportsFalseOnlyForFlagsThatWereSet) {
     EXPECT_FALSE(item->isElementSubscribed());
 }
 
-TEST_F(SubscriptionBaseItemTest, unsubscribeEndsBothSubscriptionsAndAnswersFalse) {
+TEST_F(SubscriptionBaseItemTest, UnsubscribeEndsBothSubscriptionsAndAnswersFalse) {
     subscribe(*item);
     push(*item, resource, R"([{"id":"e1"}])");
     drain();
@@ -96,7 +96,7 @@ TEST_F(SubscriptionBaseItemTest, unsubscribeEndsBothSubscriptionsAndAnswersFalse
 
 }
 
-TEST_F(SubscriptionBaseItemTest, itemsDestroyedWhileEventsArriveGoQuietly) {
+TEST_F(SubscriptionBaseItemTest, ItemsDestroyedWhileEventsArriveGoQuietly) {
     for (int round = 0; round < 20; ++round) {
         auto victim = std::make_shared<ProbeItem>(logger, notifier, wrapper);
         subscribe(*victim);

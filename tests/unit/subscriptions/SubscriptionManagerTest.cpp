@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(SubscriptionManagerTest, itemAnswersAreFoldedIntoOneAnswerPerCall) {
+TEST_F(SubscriptionManagerTest, ItemAnswersAreFoldedIntoOneAnswerPerCall) {
     EXPECT_EQ(fold(true, {}), std::vector<bool>{true});
     EXPECT_EQ(fold(false, {}), std::vector<bool>{false});
     EXPECT_EQ(fold(true, {true, true, true}), std::vector<bool>{true});
@@ -47,7 +47,7 @@ TEST_F(SubscriptionManagerTest, itemAnswersAreFoldedIntoOneAnswerPerCall) {
     EXPECT_EQ(fold(false, {true, false}), std::vector<bool>{true});
 }
 
-TEST_F(SubscriptionManagerTest, kvsUpdatesGoToTheItemRegisteredLastUnderTheKey) {
+TEST_F(SubscriptionManagerTest, KvsUpdatesGoToTheItemRegisteredLastUnderTheKey) {
     EXPECT_EQ(manager.updateKVSItem("color", "red"), core::KVS_ITEM_NOT_FOUND);
     EXPECT_TRUE(log.contains(LogLevel::Error, "No KVS item with key <color> existing. Ignoring call."));
     manager.addKVSItem("color", std::make_shared<core::KVSItem>(logger, notifier, wrapper, "first"));

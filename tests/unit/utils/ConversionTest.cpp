@@ -9,7 +9,7 @@ namespace {
 using qel::onlineservices::framework::core::KVSUpdateStatus;
 using qel::onlineservices::framework::utils::Conversion;
 
-TEST(Conversion, namesEveryKvsUpdateStatusAndThrowsOutsideTheTable) {
+TEST(Conversion, NamesEveryKvsUpdateStatusAndThrowsOutsideTheTable) {
     EXPECT_EQ(Conversion::toString(static_cast<KVSUpdateStatus>(0)), "UPDATE_OK");
     EXPECT_EQ(Conversion::toString(static_cast<KVSUpdateStatus>(1)), "KVS_SERVICE_UNAVAILABLE");
     EXPECT_EQ(Conversion::toString(static_cast<KVSUpdateStatus>(2)), "UPDATE_REQUEST_FAILED");

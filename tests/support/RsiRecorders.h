@@ -1,10 +1,10 @@
-// Recording stand-ins for the RSI transport's callers and for the wrapper itself.
+// Recording stand-ins for the callers of the RSI transport (response and event handlers, condition
+// callbacks) and the thread-safe recorder they share. Waits use real time only as a safety limit.
 #pragma once
 
 #include "core/IUpdateConditionCallback.h"
 #include "dataformats/Json.h"
 #include "rsi/EventHandler.h"
-#include "rsi/IRSIClientWrapper.h"
 #include "rsi/ResponseHandler.h"
 
 #include <chrono>
@@ -26,9 +26,9 @@ struct Received {
     std::int16_t status;
     std::uint32_t id;
     std::string body;  // "null" when there was none
+    std::string location;
 };
 
-// Waits use real time only as a safety limit.
 template <typename T>
 class Recorder {
 public:
@@ -45,8 +45,13 @@ public:
     }
     std::size_t size() const { return all().size(); }
     bool waitFor(std::size_t count, std::uint32_t limitMs = 5000) const {
+        return waitUntil([count](std::vector<T> const& values) { return values.size() >= count; }, limitMs);
+    }
+    // Until `done(values)` holds; false at the limit.
+    template <typename Predicate>
+    bool waitUntil(Predicate done, std::uint32_t limitMs = 5000) const {
         std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, std::chrono::milliseconds(limitMs), [&] { return m_values.size() >= count; });
+        return m_changed.wait_for(lock, std::chrono::milliseconds(limitMs), [&] { return done(m_values); });
     }
 
 private:
@@ -72,7 +77,7 @@ public:
 private:
     static Received receive(RequestState const& state, Response const& response) {
         return {state.value, state.note, response.getStatus(), response.getId(),
-                dataformats::json::stringify(response.getData(false))};
+                dataformats::json::stringify(response.getData(false)), response.getLocation()};
     }
 };
 
@@ -80,48 +85,6 @@ class RecordingCallback : public onlineservices::framework::core::IUpdateConditi
 public:
     void notify(bool value) override { values.add(value); }
     Recorder<bool> values;
-};
-
-// A wrapper that only records; the test answers each request itself, with any status.
-class ScriptedWrapper : public onlineservices::framework::core::IRSIClientWrapper {
-public:
-    struct Sent {
-        std::shared_ptr<rsi::client::Request> request;
-        std::weak_ptr<rsi::client::ResponseHandler> handler;
-    };
-
-    void sendRequest(std::shared_ptr<rsi::client::Request> const& request,
-                     std::weak_ptr<rsi::client::ResponseHandler> const& handler) override {
-        sent.push_back({request, handler});
-    }
-    unsigned int subscribe(std::shared_ptr<rsi::client::Request> const&,
-                           std::weak_ptr<rsi::client::ResponseHandler> const&,
-                           std::weak_ptr<rsi::client::EventHandler> const&) override {
-        return 0;
-    }
-    void unsubscribe(unsigned int) override {}
-    void disconnect() override {}
-    void start() override {}
-    void stop() override {}
-
-    // Answers request `index` as the wrapper would (state succeeded); false if its handler is gone.
-    bool answer(std::size_t index, std::int16_t status, std::string const& body = "",
-                std::string const& location = "") const {
-        auto const handler = sent.at(index).handler.lock();
-        if (!handler) {
-            return false;
-        }
-        Response response;
-        response.setStatus(status);
-        response.setLocation(location);
-        if (!body.empty()) {
-            response.setData(dataformats::json::parse(body));
-        }
-        handler->handleResponse(RequestState(rsi::client::RequestStateSucceeded, ""), response);
-        return true;
-    }
-
-    std::vector<Sent> sent;  // test thread only
 };
 
 }  // namespace qel::test
