@@ -1,5 +1,8 @@
 #include "core/OnlineServiceClient.h"
 
+#include "rsi/IRSIClientWrapper.h"
+#include "subscriptions/SubscriptionManager.h"
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -47,10 +50,16 @@ void OnlineServiceClient::startup() {
         m_logger << LogLevel::Error << "Framework startup not possible: no notifier defined!";
         return;
     }
-    // The checks of the RSI client (before this one) and of the subscription manager (after it)
-    // come with the networking part of startup and stop, their first users.
+    if (!m_rsiClient) {
+        m_logger << LogLevel::Error << "Framework startup not possible: no rsi client defined!";
+        return;
+    }
     if (!m_conditionManager) {
         m_logger << LogLevel::Error << "Framework startup not possible: no condition manager defined!";
+        return;
+    }
+    if (!m_subscriptionManager) {
+        m_logger << LogLevel::Error << "Framework startup not possible: no subscription manager defined!";
         return;
     }
     removeSkippedConditions();
@@ -72,8 +81,11 @@ void OnlineServiceClient::stop() {
         return;
     }
     setStopRequested(true);
-    // Stopping the RSI client wrapper, the subscription manager's shutdown request and dropping
-    // the networking proxy's event subscriptions join here with those parts.
+    if (m_rsiClient) {
+        m_rsiClient->stop();
+    }
+    // The subscription manager's networking shutdown request and dropping the networking proxy's
+    // event subscriptions join here with the networking connection.
 }
 
 void OnlineServiceClient::setBackendJobListener(std::shared_ptr<IBackendJobListener> const& listener) {
@@ -100,11 +112,13 @@ void OnlineServiceClient::addRunStateListener(std::shared_ptr<IRunStateListener>
     }
 }
 
-KVSUpdateStatus OnlineServiceClient::updateKVSItem(std::string const& key, std::string const& /*value*/) {
-    // The update goes through the subscription manager's KVS item; that forwarding arrives with it.
-    m_logger << LogLevel::Error << "updateKVSItem for key <" << key
-             << "> not possible: no subscription manager available!";
-    return INTERNAL_ERROR;
+KVSUpdateStatus OnlineServiceClient::updateKVSItem(std::string const& key, std::string const& value) {
+    if (!m_subscriptionManager) {
+        m_logger << LogLevel::Error << "updateKVSItem for key <" << key
+                 << "> not possible: no subscription manager defined!";
+        return INTERNAL_ERROR;
+    }
+    return m_subscriptionManager->updateKVSItem(key, value);
 }
 
 // ---- events ----
@@ -125,10 +139,8 @@ void OnlineServiceClient::onDisableReasonChanged(std::string const& serviceId,
         setDisableReasonActive(true);
         return;
     }
-    // Clearing needs the subscription manager's answer whether another service is still
-    // disabled; that query arrives with the subscription manager.
-    m_logger << LogLevel::Error << "Disable reason of service " << serviceId
-             << " not cleared: no subscription manager available!";
+    // Another configured service may still carry a disable reason.
+    setDisableReasonActive(m_subscriptionManager && m_subscriptionManager->isAnyServiceDisabled());
 }
 
 void OnlineServiceClient::ocuConnCallback(bool available) {

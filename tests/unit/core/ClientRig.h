@@ -6,6 +6,8 @@
 #include "core/ConditionManager.h"
 #include "core/ConditionTables.h"
 #include "core/OnlineServiceClient.h"
+#include "rsi/RSIClientWrapper.h"
+#include "subscriptions/SubscriptionManager.h"
 
 #include <algorithm>
 #include <array>
@@ -120,7 +122,9 @@ struct ClientRig {
         : backend(std::make_shared<ScriptedBackend>(mode)) {
         static_cast<FrameworkSubConfig&>(*config) = settings;
         conditions = std::make_shared<ConditionManager>(config, backend->actions(), std::move(preconditions));
+        client->setRsiClient(wrapper);
         client->setConditionManager(conditions);
+        client->setSubscriptionManager(subscriptions);
         auto usecases = buildUsecaseTable();
         auto transitions = buildTransitionTable();
         auto skips = buildSkipConditions(*config, {true, true, true, true, true, true, true, true, true});
@@ -147,6 +151,9 @@ struct ClientRig {
     std::shared_ptr<ScriptedBackend> backend;
     std::shared_ptr<Notifier> notifier = std::make_shared<Notifier>(config);
     std::shared_ptr<ConditionManager> conditions;
+    // Never started: the scripted backend answers the conditions, nothing goes to the RSI client.
+    std::shared_ptr<RSIClientWrapper> wrapper = std::make_shared<RSIClientWrapper>(config);
+    std::shared_ptr<SubscriptionManager> subscriptions = std::make_shared<SubscriptionManager>(config, notifier, wrapper);
     std::shared_ptr<OnlineServiceClient> client = std::make_shared<OnlineServiceClient>(config, notifier);
     std::shared_ptr<RunStateRecorder> recorder = std::make_shared<RunStateRecorder>();
 };

@@ -117,7 +117,7 @@ TEST(RunStateMachine, StopFromInvalidOrDisconnectedIsDestroyedAtOnce) {
         auto lines = log.messages();
         lines.erase(lines.begin(), lines.begin() + (from == INVALID ? 2 : 1));  // use case, request line
         Lines expected{"No conditions found", "------ NOT RUNNING ------", "------ NEW STATE DESTROYED ------",
-                       "notifyRunState "};
+                       "notifyRunState ", "stop"};  // the last line is the RSI client wrapper's
         if (from == DISCONNECTED) {
             expected.insert(expected.begin(), "State transition DISCONNECTED -> DESTROYED not allowed!");
         }
@@ -193,6 +193,7 @@ TEST(RunStateMachine, SkippedConditionsAreNotWaitedFor) {
 TEST(RunStateMachine, UseCaseFollowsTheFlagsByPriorityAndAnUnwiredClientDoesNotStart) {
     LogCapture log;
     ClientRig rig(Mode::LATER);
+    log.clear();
     rig.client->setPaused(false);  // unchanged: nothing at all
     rig.client->setPaused(true);
     rig.client->onDisableReasonChanged("nav", {"undefined", "blocked"});
@@ -210,14 +211,33 @@ TEST(RunStateMachine, UseCaseFollowsTheFlagsByPriorityAndAnUnwiredClientDoesNotS
     auto config = std::make_shared<FrameworkConfig>();
     config->ignoreDisableReasons = true;
     auto unwired = std::make_shared<OnlineServiceClient>(config, std::make_shared<Notifier>(config));
-    unwired->startup();
     std::make_shared<OnlineServiceClient>(config, nullptr)->startup();
+    unwired->startup();
+    unwired->setRsiClient(rig.wrapper);
+    unwired->startup();
+    unwired->setConditionManager(rig.conditions);
+    unwired->startup();
     unwired->onDisableReasonChanged("nav", {"blocked"});
     EXPECT_EQ(log.messages(LogLevel::Error), (Lines{"toString: Unknown runstate value: 8",
+                                                    "Framework startup not possible: no notifier defined!",
+                                                    "Framework startup not possible: no rsi client defined!",
                                                     "Framework startup not possible: no condition manager defined!",
-                                                    "Framework startup not possible: no notifier defined!"}));
+                                                    "Framework startup not possible: no subscription manager defined!"}));
     EXPECT_EQ(log.messages(LogLevel::Warning), Lines{"DisableReason ignored because due to framework configuration!"});
+    EXPECT_EQ(unwired->getRunState(), RunState::INVALID);
     EXPECT_EQ(unwired->getUsecase(), UseCase::RUNNING);
+}
+
+TEST(RunStateMachine, DisableReasonClearsOnlyWhenNoServiceIsDisabledAndKVSUpdatesReachTheManager) {
+    LogCapture log;
+    ClientRig rig(Mode::AT_ONCE);
+    rig.client->onDisableReasonChanged("nav", {"blocked"});
+    EXPECT_EQ(rig.client->getUsecase(), UseCase::DISABLEREASON);
+    rig.client->onDisableReasonChanged("nav", {"undefined"});  // no service item holds a reason
+    EXPECT_EQ(rig.client->getUsecase(), UseCase::RUNNING);
+
+    EXPECT_EQ(rig.client->updateKVSItem("color", "red"), KVS_ITEM_NOT_FOUND);
+    EXPECT_TRUE(log.contains(LogLevel::Error, "No KVS item with key <color> existing. Ignoring call."));
 }
 
 }  // namespace
