@@ -41,6 +41,11 @@ OnlineServiceClient::OnlineServiceClient(std::shared_ptr<FrameworkConfig> const&
 
 OnlineServiceClient::~OnlineServiceClient() {
     stop();
+    // Joins the item queues first, so the condition actions release the items here and not
+    // on a queue thread that happens to be delivering an event.
+    if (m_subscriptionManager) {
+        m_subscriptionManager->shutdown();
+    }
 }
 
 // ---- application operations ----

@@ -254,6 +254,10 @@ bool SubscriptionBaseItem::queueWork(std::function<void()> work) {
     });
 }
 
+void SubscriptionBaseItem::shutdown() {
+    m_asyncQueue.stop();
+}
+
 bool SubscriptionBaseItem::waitForQueue(std::uint32_t limitMs) {
     auto const done = std::make_shared<qel::common::system::Semaphore>(0);
     if (!m_asyncQueue.push([done] { done->up(); })) {

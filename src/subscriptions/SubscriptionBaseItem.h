@@ -6,7 +6,9 @@
 // alone, the element subscription); answers arrive on the wrapper's thread, events on the RSI
 // client's threads. Every event is deep-copied and processed on the item's queue thread, one at
 // a time in arrival order; everything that reaches a listener runs there. The queue holds the
-// item only weakly, so dropping the last owner ends the item even while events are queued.
+// item only weakly, so dropping the last owner ends the item even while events are queued; an
+// owner calls `shutdown` before letting go, so that a job that happens to be running never ends
+// up destroying the item on its own queue thread.
 // The subscription callback hears true when the element subscription is confirmed (again on
 // every re-confirmation) and false whenever a confirmed subscription is lost; a confirmed
 // resource subscription alone is not reported. Destruction unsubscribes what is still
@@ -80,6 +82,9 @@ public:
     // Waits until everything queued before this call has been processed. For tests; never call
     // it from the queue thread itself.
     bool waitForQueue(std::uint32_t limitMs);
+    // Ends event processing for good: drops what is queued, waits for the running job and joins
+    // the queue thread. Idempotent; never call it from the queue thread itself.
+    void shutdown();
 
 protected:
     // Fills the identity of the item, in the order the derived constructors are expected to:

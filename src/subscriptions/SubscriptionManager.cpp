@@ -19,6 +19,33 @@ SubscriptionManager::SubscriptionManager(std::shared_ptr<FrameworkConfig> const&
       m_notifier(notifier),
       m_rsiClient(rsiClient) {}
 
+SubscriptionManager::~SubscriptionManager() {
+    shutdown();
+}
+
+void SubscriptionManager::remember(std::shared_ptr<SubscriptionBaseItem> const& item) {
+    MutexGuard guard(m_registryLock);
+    for (auto const& known : m_knownItems) {
+        if (!known.owner_before(item) && !item.owner_before(known)) {
+            return;
+        }
+    }
+    m_knownItems.push_back(item);
+}
+
+void SubscriptionManager::shutdown() {
+    std::vector<std::weak_ptr<SubscriptionBaseItem>> known;
+    {
+        MutexGuard guard(m_registryLock);
+        known.swap(m_knownItems);
+    }
+    for (auto const& weakItem : known) {
+        if (auto const item = weakItem.lock()) {
+            item->shutdown();
+        }
+    }
+}
+
 template <typename Call>
 void SubscriptionManager::forEachItem(Items const& items, std::shared_ptr<IUpdateConditionCallback> const& callback,
                                       bool expected, Call const& call) {
@@ -40,6 +67,7 @@ void SubscriptionManager::forEachItem(Items const& items, std::shared_ptr<IUpdat
     RSISubscriptionCallback const itemCallback([collector](bool result) { collector->fold(result); });
     for (auto const& item : items) {
         if (item) {
+            remember(item);
             call(*item, itemCallback);
         } else {
             m_logger << LogLevel::Error << "Empty subscription item skipped";
@@ -69,11 +97,17 @@ bool SubscriptionManager::isAnyServiceDisabled() const {
 }
 
 void SubscriptionManager::addService(std::string const& serviceId, std::shared_ptr<ServiceItem> item) {
+    if (item) {
+        remember(item);
+    }
     MutexGuard guard(m_registryLock);
     m_services[serviceId] = std::move(item);
 }
 
 void SubscriptionManager::addKVSItem(std::string const& key, std::shared_ptr<KVSItem> const& item) {
+    if (item) {
+        remember(item);
+    }
     MutexGuard guard(m_registryLock);
     m_kvsItems[key] = item;
 }

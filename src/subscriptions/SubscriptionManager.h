@@ -33,6 +33,8 @@ public:
 
     SubscriptionManager(std::shared_ptr<FrameworkConfig> const& config, std::shared_ptr<Notifier> const& notifier,
                         std::shared_ptr<IRSIClientWrapper> const& rsiClient);
+    // Shuts every item down (see `shutdown`).
+    ~SubscriptionManager();
     SubscriptionManager(SubscriptionManager const&) = delete;
     SubscriptionManager& operator=(SubscriptionManager const&) = delete;
 
@@ -44,11 +46,16 @@ public:
     void addService(std::string const& serviceId, std::shared_ptr<ServiceItem> item);
     void addKVSItem(std::string const& key, std::shared_ptr<KVSItem> const& item);
     KVSUpdateStatus updateKVSItem(std::string const& key, std::string const& value);
+    // Ends event processing of every item this manager has subscribed or registered, waiting
+    // for their queue threads, so that the items' other owners release them afterwards on
+    // their own threads. Idempotent; call it from the client's thread, never from a listener.
+    void shutdown();
 
     // The networking members (proxy, connect/disconnect with the retry thread, shutdown request)
     // join this class with the networking connection; they walk `m_services` in key order.
 
 private:
+    void remember(std::shared_ptr<SubscriptionBaseItem> const& item);
     // Runs `call` on every item with one callback folding into a collector.
     template <typename Call>
     void forEachItem(Items const& items, std::shared_ptr<IUpdateConditionCallback> const& callback, bool expected,
@@ -62,6 +69,8 @@ private:
     mutable qel::common::system::Mutex m_registryLock;
     std::map<std::string, std::shared_ptr<ServiceItem>> m_services;  // guarded by m_registryLock
     std::map<std::string, std::shared_ptr<KVSItem>> m_kvsItems;      // guarded by m_registryLock
+    // Every item seen, for `shutdown`; weak, as the condition actions own most of them.
+    std::vector<std::weak_ptr<SubscriptionBaseItem>> m_knownItems;  // guarded by m_registryLock
 };
 
 }  // namespace qel::onlineservices::framework::core

@@ -85,7 +85,15 @@ void AsyncQueueThread::stop() {
         return;
     }
     if (thread.get_id() == std::this_thread::get_id()) {
-        // The owner went away inside one of our jobs; the loop ends right after that job.
+        // The owner went away inside one of our jobs, so nobody is left to join: the loop ends
+        // right after that job. Owners avoid this by stopping the queue before letting go.
+        std::string name;
+        {
+            std::lock_guard<std::mutex> lock(m_state->mutex);
+            name = m_state->name;
+        }
+        qel::common::logging::Logger("platform.async")
+            << LogLevel::Warning << "Queue " << name << " released from its own thread; it ends unjoined";
         thread.detach();
         return;
     }

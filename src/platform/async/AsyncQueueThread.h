@@ -3,8 +3,9 @@
 // Contract: `push` may be called from any thread, also from inside a queued function. The thread
 // starts with the first push, so the name can still be set after construction. `stop()` drops
 // the functions not yet started, waits for the running one and joins; after it `push` refuses.
-// Dropping the queue's owner from inside a queued function is allowed: the thread then ends on
-// its own after that function returns instead of being joined.
+// Owners stop the queue before releasing it. Dropping the queue's owner from inside a queued
+// function still works, with a warning: the thread then ends on its own after that function
+// returns instead of being joined.
 #pragma once
 
 #include <functional>

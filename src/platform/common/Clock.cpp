@@ -1,5 +1,7 @@
 #include "common/Clock.h"
 
+#include "common/NoDestructor.h"
+
 #include <atomic>
 #include <chrono>
 
@@ -17,9 +19,10 @@ public:
 std::shared_ptr<TimeSource const> g_source;  // accessed only through std::atomic_load/store
 
 std::shared_ptr<TimeSource const> currentSource() {
-    static auto const steady = std::make_shared<SteadySource const>();
+    // Never destroyed, like the log sinks: threads may read the clock while the process exits.
+    static NoDestructor<std::shared_ptr<TimeSource const>> steady(std::make_shared<SteadySource const>());
     auto source = std::atomic_load(&g_source);
-    return source ? source : steady;
+    return source ? source : steady.get();
 }
 
 }  // namespace

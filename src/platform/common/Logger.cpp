@@ -1,6 +1,7 @@
 #include "common/Logger.h"
 
 #include "common/ConsoleSink.h"
+#include "common/NoDestructor.h"
 #ifdef QEL_HAVE_DLT
 #include "common/DltSink.h"
 #endif
@@ -41,9 +42,10 @@ struct SinkRegistry {
     std::shared_ptr<SinkList const> sinks = std::make_shared<SinkList const>(sinksFromEnvironment());  // guarded by mutex
 };
 
+// Never destroyed: a thread that logs while the process exits must still find its sinks.
 SinkRegistry& registry() {
-    static SinkRegistry instance;
-    return instance;
+    static qel::common::system::NoDestructor<SinkRegistry> instance;
+    return instance.get();
 }
 
 }  // namespace

@@ -53,7 +53,11 @@ protected:
         notifier->addListener(std::weak_ptr<core::IKVSListener>(listener));
         notifier->setListener(std::weak_ptr<core::IBackendJobListener>(listener));
     }
-    void TearDown() override { wrapper->stop(); }
+    // The items are released with the fixture, on the test's thread, after their queues were joined.
+    void TearDown() override {
+        manager->shutdown();
+        wrapper->stop();
+    }
 
     host::HostRsiClient::Options clientOptions() const {
         host::HostRsiClient::Options options;
@@ -72,6 +76,7 @@ protected:
         return "<not heard>";
     }
     bool subscribed(core::SubscriptionManager::Items const& items) {
+        owned.insert(owned.end(), items.begin(), items.end());
         auto const condition = std::make_shared<RecordingCallback>();
         manager->subscribe(items, condition);
         return condition->values.waitFor(1) && condition->values.all() == std::vector<bool>{true};
@@ -98,6 +103,7 @@ protected:
     std::shared_ptr<RecordingListener> listener = std::make_shared<RecordingListener>();
     std::shared_ptr<core::RSIClientWrapper> wrapper;
     std::unique_ptr<core::SubscriptionManager> manager;
+    core::SubscriptionManager::Items owned;
     common::logging::Logger logger{"integration"};
 };
 

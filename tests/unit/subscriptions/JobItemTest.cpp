@@ -15,7 +15,7 @@ std::string job(std::string const& id, std::string const& name, std::string cons
 
 class JobItemTest : public SubscriptionTestRig {
 protected:
-    std::shared_ptr<core::JobItem> item = std::make_shared<core::JobItem>(logger, notifier, wrapper, "nav");
+    std::shared_ptr<core::JobItem> item = makeItem<core::JobItem>("nav");
     Match const jobs{RequestTypeSubscribeResource, "backendjobs"};
 
     // "<job id> <body>" of every acknowledgement sent.

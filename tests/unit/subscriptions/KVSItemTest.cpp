@@ -12,7 +12,7 @@ using core::KVSUpdateStatus;
 
 class KVSItemTest : public SubscriptionTestRig {
 protected:
-    std::shared_ptr<core::KVSItem> item = std::make_shared<core::KVSItem>(logger, notifier, wrapper, "color");
+    std::shared_ptr<core::KVSItem> item = makeItem<core::KVSItem>("color");
     Match const element{RequestTypeSubscribeElement, "onlinekvs"};
 
     void subscribeToItem() {

@@ -16,8 +16,8 @@ std::string entry(std::string const& name, std::string const& reasons) {
 
 class ServiceAndTokenItemTest : public SubscriptionTestRig {
 protected:
-    std::shared_ptr<core::TokenItem> token = std::make_shared<core::TokenItem>(logger, notifier, wrapper, "nav");
-    std::shared_ptr<core::ServiceItem> service = std::make_shared<core::ServiceItem>(logger, notifier, wrapper, "nav");
+    std::shared_ptr<core::TokenItem> token = makeItem<core::TokenItem>("nav");
+    std::shared_ptr<core::ServiceItem> service = makeItem<core::ServiceItem>("nav");
     Match const services{RequestTypeSubscribeResource, "servicemanagement"};
     Match const tokenElement{RequestTypeSubscribeElement, "tokenmanagement"};
 };

@@ -27,7 +27,7 @@ public:
 
 class SubscriptionBaseItemTest : public SubscriptionTestRig {
 protected:
-    std::shared_ptr<ProbeItem> item = std::make_shared<ProbeItem>(logger, notifier, wrapper);
+    std::shared_ptr<ProbeItem> item = makeItem<ProbeItem>();
     Match const resource{RequestTypeSubscribeResource};
     Match const element{RequestTypeSubscribeElement};
 
@@ -107,11 +107,12 @@ TEST_F(SubscriptionBaseItemTest, ItemsDestroyedWhileEventsArriveGoQuietly) {
             }
         });
         EXPECT_TRUE(victim->seen.waitFor(1));
-        victim.reset();  // the last owner may also be the queue's running job or the pusher
+        victim->shutdown();  // as its owner does: the queue is joined while events keep coming
+        victim.reset();      // the last owner may also be the pusher, inside the event handler
         stop.store(true);
         pusher.join();
     }
-    EXPECT_TRUE(rsi->waitForUnsubscribeCalls(40));  // a queue thread may have been the last owner
+    EXPECT_TRUE(rsi->waitForUnsubscribeCalls(40));
 }
 
 }  // namespace

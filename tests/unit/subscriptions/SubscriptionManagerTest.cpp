@@ -50,10 +50,24 @@ TEST_F(SubscriptionManagerTest, ItemAnswersAreFoldedIntoOneAnswerPerCall) {
 TEST_F(SubscriptionManagerTest, KvsUpdatesGoToTheItemRegisteredLastUnderTheKey) {
     EXPECT_EQ(manager.updateKVSItem("color", "red"), core::KVS_ITEM_NOT_FOUND);
     EXPECT_TRUE(log.contains(LogLevel::Error, "No KVS item with key <color> existing. Ignoring call."));
-    manager.addKVSItem("color", std::make_shared<core::KVSItem>(logger, notifier, wrapper, "first"));
-    manager.addKVSItem("color", std::make_shared<core::KVSItem>(logger, notifier, wrapper, "second"));
+    manager.addKVSItem("color", makeItem<core::KVSItem>("first"));
+    manager.addKVSItem("color", makeItem<core::KVSItem>("second"));
     EXPECT_EQ(manager.updateKVSItem("color", "red"), core::KVS_SERVICE_UNAVAILABLE);
     EXPECT_TRUE(log.contains(LogLevel::Info, "(Key-Value-Storage/second) Update KVS item. Value: red"));
+}
+
+TEST_F(SubscriptionManagerTest, ShutdownJoinsTheQueuesOfTheItemsItHasSeenOnly) {
+    auto const subscribedItem = makeItem<core::KVSItem>("subscribed");
+    auto const registeredItem = makeItem<core::KVSItem>("registered");
+    auto const otherItem = makeItem<core::KVSItem>("other");
+    subscribedItem->handleURI("k-1");
+    manager.subscribe({subscribedItem}, std::make_shared<RecordingCallback>());
+    manager.addKVSItem("registered", registeredItem);
+    manager.shutdown();
+    EXPECT_FALSE(subscribedItem->waitForQueue(1000));  // the queue refuses work once joined
+    EXPECT_FALSE(registeredItem->waitForQueue(1000));
+    EXPECT_TRUE(otherItem->waitForQueue(1000));
+    manager.shutdown();  // again: nothing left to do
 }
 
 }  // namespace

@@ -12,6 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <utility>
+#include <vector>
+
 namespace qel::test {
 
 namespace core = onlineservices::framework::core;
@@ -26,7 +30,21 @@ protected:
         notifier->setListener(std::weak_ptr<core::IBackendJobListener>(listener));
         wrapper->start();
     }
-    ~SubscriptionTestRig() override { wrapper->stop(); }
+    // Items are released here, on the test's thread, after their queues were joined.
+    ~SubscriptionTestRig() override {
+        for (auto const& item : owned) {
+            item->shutdown();
+        }
+        wrapper->stop();
+    }
+
+    // An item over this rig's logger, notifier and wrapper, kept until the rig goes.
+    template <typename Item, typename... Args>
+    std::shared_ptr<Item> makeItem(Args&&... args) {
+        auto item = std::make_shared<Item>(logger, notifier, wrapper, std::forward<Args>(args)...);
+        owned.push_back(item);
+        return item;
+    }
 
     // Lets the worker run what was queued: subscribe and request jobs and their answers.
     void drain() { ASSERT_TRUE(drainWorker(*wrapper)); }
@@ -59,6 +77,7 @@ protected:
     common::logging::Logger logger{"test"};
     Recorder<bool> subscribed;  // what the items told their subscription callback
     core::RSISubscriptionCallback callback{[this](bool value) { subscribed.add(value); }};
+    std::vector<std::shared_ptr<core::SubscriptionBaseItem>> owned;
 };
 
 }  // namespace qel::test
