@@ -8,6 +8,7 @@
 #include "core/OnlineServiceClient.h"
 #include "rsi/RSIClientWrapper.h"
 #include "subscriptions/SubscriptionManager.h"
+#include "support/RunStateRecorder.h"
 
 #include <algorithm>
 #include <array>
@@ -25,25 +26,6 @@ namespace qel::test {
 
 using namespace onlineservices::framework;
 using namespace onlineservices::framework::core;
-
-// Hears run states.
-struct RunStateRecorder : IRunStateListener {
-    void onRunStateChanged(RunState state) override {
-        std::lock_guard<std::mutex> guard(mutex);
-        states.push_back(state);
-        changed.notify_all();
-    }
-    // What was heard since the last call; first waits (up to 30 s) until `awaited` was heard.
-    std::vector<RunState> take(std::optional<RunState> awaited = std::nullopt) {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait_for(lock, std::chrono::seconds(30),
-                         [&] { return !awaited || std::count(states.begin(), states.end(), *awaited) > 0; });
-        return std::exchange(states, {});
-    }
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<RunState> states;  // guarded by mutex
-};
 
 // Stands in for everything the condition actions reach; answers each request with its value.
 class ScriptedBackend {
