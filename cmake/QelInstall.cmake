@@ -3,7 +3,7 @@
 # include/qel-platform, because the public headers use their types (Logger, Value).
 include(CMakePackageConfigHelpers)
 
-set(QEL_PLATFORM_INSTALL_TARGETS qel_common qel_dataformats)
+set(QEL_PLATFORM_INSTALL_TARGETS qel_common qel_dataformats qel_commonapi)
 set_target_properties(qel_onlineservices_framework PROPERTIES EXPORT_NAME onlineservices_framework)
 set_target_properties(qel_common PROPERTIES EXPORT_NAME common)
 set_target_properties(qel_dataformats PROPERTIES EXPORT_NAME dataformats)

@@ -11,6 +11,7 @@ timeline as an SVG picture. Leaves no process behind. Exits 0 only when every st
 
 import argparse
 import json
+import math
 import os
 import re
 import shutil
@@ -94,6 +95,7 @@ class Processes:
 
     def start(self, name, command, env, **kwargs):
         log = open(os.path.join(self.workdir, name + ".log"), "w")
+        kwargs.setdefault("stdout", log)
         process = subprocess.Popen(command, env=env, stderr=log, start_new_session=True, **kwargs)
         self.started.append((name, process, log))
         return process
@@ -147,7 +149,7 @@ def start_simulators(processes, build, env):
     networking_log = os.path.join(processes.workdir, "networking-sim.log")
     processes.start("networking-sim", [os.path.join(build, "sim/networking/qel-networking-sim"), "--control-port", "0"],
                     env)
-    match = wait_for_log_line(networking_log, r"control endpoint listening on 127\.0\.0\.1:(\d+)")
+    match = wait_for_log_line(networking_log, r"control port: (\d+)")
     if not match:
         raise RuntimeError("the networking simulator did not start (see %s)" % networking_log)
     networking = Http(int(match.group(1)))
@@ -196,6 +198,7 @@ class Story:
         since = 0
         if not self.expect("startup reaches RESUMED", r"^state RESUMED$", since):
             return
+        self.expect("internet access granted with addresses", r"^network demoservice ipv4 [0-9.]+/\d+", since)
         self.job()
         self.kvs_from_backend()
         self.kvs_from_application()
@@ -289,37 +292,64 @@ STATE_COLOURS = {
 }
 
 
-def write_svg(path, events, marks):
-    """Run states as bands over time, the story's steps as numbered marks below them."""
+def state_segments(events):
+    """(begin ms, end ms, state) for every run state entered, INVALID first."""
     end = max([ms for ms, _ in events] + [1])
-    width, left, right = 1200, 20, 20
-    scale = (width - left - right) / end
-    states = [(ms, text.split()[1]) for ms, text in events if text.startswith("state ")]
-    parts = ['<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d" font-family="sans-serif" '
-             'font-size="12">' % (width, 190 + 16 * len(marks)),
-             '<rect width="100%" height="100%" fill="white"/>',
-             '<text x="%d" y="20" font-size="15">Run states of the example application (%d ms)</text>' % (left, end)]
-    begin, current = 0, "INVALID"
-    for ms, state in states + [(end, None)]:
-        x, w = left + begin * scale, max((ms - begin) * scale, 1)
-        parts.append('<rect x="%.1f" y="40" width="%.1f" height="40" fill="%s"><title>%s %d-%d ms</title></rect>'
-                     % (x, w, STATE_COLOURS.get(current, "#000"), current, begin, ms))
-        if w > 60:
-            parts.append('<text x="%.1f" y="65" fill="black">%s</text>' % (x + 3, current))
+    entered = [(ms, text.split()[1]) for ms, text in events if text.startswith("state ")]
+    segments, begin, current = [], 0, "INVALID"
+    for ms, state in entered + [(end, None)]:
+        segments.append((begin, ms, current))
         begin, current = ms, state
-    for ms in range(0, end + 1, max(1000, (end // 10000) * 1000)):
-        x = left + ms * scale
-        parts.append('<line x1="%.1f" y1="84" x2="%.1f" y2="90" stroke="black"/>' % (x, x))
-        parts.append('<text x="%.1f" y="102" text-anchor="middle" font-size="10">%d s</text>' % (x, ms // 1000))
+    return segments
+
+
+def write_svg(path, events, marks):
+    """Run states as bands, the story's steps as numbered marks on them.
+
+    The story spends milliseconds on most steps and seconds on a few, so a linear time axis would
+    show one band. Each band's width grows with the logarithm of its duration instead, and the
+    times are written at the band edges.
+    """
+    width, left, top = 1200, 20, 50
+    segments = state_segments(events)
+    weights = [1.0 + math.log1p(end - begin) for begin, end, _ in segments]
+    scale = (width - 2 * left) / sum(weights)
+    edges, x = [], float(left)
+    for weight in weights:
+        edges.append(x)
+        x += weight * scale
+    edges.append(x)
+
+    def position(ms):
+        for (begin, end, _), x0, x1 in zip(segments, edges, edges[1:]):
+            if ms <= end:
+                return x0 + (x1 - x0) * ((ms - begin) / (end - begin) if end > begin else 0.5)
+        return edges[-1]
+
+    parts = ['<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d" font-family="sans-serif" '
+             'font-size="12">' % (width, 230 + 16 * len(marks)),
+             '<rect width="100%" height="100%" fill="white"/>',
+             '<text x="%d" y="22" font-size="15">Run states of the example application over %.1f s '
+             '(band widths grow with the logarithm of their duration)</text>' % (left, segments[-1][1] / 1000.0)]
+    for index, ((begin, end, state), x0, x1) in enumerate(zip(segments, edges, edges[1:])):
+        parts.append('<rect x="%.1f" y="%d" width="%.1f" height="44" fill="%s" stroke="white">'
+                     '<title>%s %d-%d ms</title></rect>' % (x0, top, x1 - x0, STATE_COLOURS.get(state, "#000"),
+                                                            state, begin, end))
+        parts.append('<text x="%.1f" y="%d" font-size="9" transform="rotate(-90 %.1f %d)">%s</text>'
+                     % (x0 + (x1 - x0) / 2 + 3, top + 42, x0 + (x1 - x0) / 2 + 3, top + 42, state[:7]))
+        parts.append('<text x="%.1f" y="%d" font-size="9" text-anchor="middle">%d</text>'
+                     % (x0, top + 58 + 10 * (index % 2), begin))
+    parts.append('<text x="%.1f" y="%d" font-size="9" text-anchor="end">%d ms</text>'
+                 % (edges[-1], top + 58, segments[-1][1]))
     for number, (ms, label) in enumerate(marks, 1):
-        x = left + ms * scale
-        parts.append('<line x1="%.1f" y1="36" x2="%.1f" y2="118" stroke="black" stroke-dasharray="2,2"/>' % (x, x))
-        parts.append('<text x="%.1f" y="130" text-anchor="middle" font-size="10">%d</text>' % (x, number))
-        parts.append('<text x="%d" y="%d">%d. %s (%d ms)</text>' % (left, 160 + 16 * number, number, label, ms))
+        x = position(ms)
+        parts.append('<line x1="%.1f" y1="%d" x2="%.1f" y2="%d" stroke="black"/>' % (x, top - 8, x, top))
+        parts.append('<text x="%.1f" y="%d" text-anchor="middle" font-size="9">%d</text>' % (x, top - 10 - 9 * (number % 2), number))
+        parts.append('<text x="%d" y="%d">%d. %s (%d ms)</text>' % (left, 180 + 16 * number, number, label, ms))
     legend_x = left
     for state, colour in STATE_COLOURS.items():
-        parts.append('<rect x="%d" y="140" width="10" height="10" fill="%s"/>' % (legend_x, colour))
-        parts.append('<text x="%d" y="149" font-size="10">%s</text>' % (legend_x + 13, state))
+        parts.append('<rect x="%d" y="%d" width="10" height="10" fill="%s"/>' % (legend_x, top + 90, colour))
+        parts.append('<text x="%d" y="%d" font-size="10">%s</text>' % (legend_x + 13, top + 99, state))
         legend_x += 110
     parts.append("</svg>")
     with open(path, "w") as out:
@@ -366,7 +396,7 @@ def main():
             print("Networking simulator: %s  (e.g. curl -s -X POST -d '{\"available\":false}' %s/_control/ocu)"
                   % (networking.base, networking.base))
             print("Type pause, unpause, update KEY VALUE or stop; Ctrl-C ends the demo.\n", flush=True)
-            app = processes.start("app", app_command, env)
+            app = processes.start("app", app_command, env, stdout=None)
             try:
                 app.wait()
             except KeyboardInterrupt:
@@ -386,14 +416,15 @@ def main():
             text.writelines("[%7d ms] %s\n" % event for event in timeline.events)
         write_svg(os.path.join(out, "timeline.svg"), timeline.events, story.marks)
         ok = summarise(timeline.events, story.results)
-        print("Timeline: %s\nPicture:  %s\nLogs:     %s" % (os.path.join(out, "timeline.txt"),
-                                                             os.path.join(out, "timeline.svg"), workdir))
+        print("Timeline: %s\nPicture:  %s" % (os.path.join(out, "timeline.txt"), os.path.join(out, "timeline.svg")))
     except Exception as error:  # a failed set-up is a failed demo, with its reason
         print("demo: %s" % error, file=sys.stderr)
     finally:
         processes.stop_all()
     if ok:
         shutil.rmtree(workdir, ignore_errors=True)
+    else:
+        print("demo: the processes' logs are in %s" % workdir, file=sys.stderr)
     return 0 if ok else 1
 
 

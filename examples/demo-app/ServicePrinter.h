@@ -11,6 +11,8 @@
 #include <onlineservices/framework/IServiceDataListener.h>
 #include <onlineservices/framework/ServiceObject.h>
 
+#include <commonapi/networking/networkingTypes.h>
+
 #include <string>
 #include <vector>
 
@@ -38,7 +40,20 @@ public:
         m_timeline.print("privacy " + serviceId + " changed");
     }
 
+    void onNetworkInterfaceChanged(
+        std::string const& serviceId,
+        std::shared_ptr<v1::qel::networking::api::definitions::ClientData_s> const& ipv4,
+        std::shared_ptr<v1::qel::networking::api::definitions::ClientData_s> const& ipv6) override {
+        m_timeline.print("network " + serviceId + " ipv4 " + address(ipv4) + " ipv6 " + address(ipv6));
+    }
+
 private:
+    static std::string address(std::shared_ptr<v1::qel::networking::api::definitions::ClientData_s> const& data) {
+        if (!data || data->getAddress().empty()) {
+            return "-";
+        }
+        return data->getAddress() + "/" + std::to_string(data->getPrefix());
+    }
     static std::string join(std::vector<std::string> const& values) {
         std::string text;
         for (auto const& value : values) {

@@ -83,12 +83,15 @@ protected:
         config.operationEntries = {std::make_shared<OperationEntry>(OperationEntry{"op", "JSON", "s", "nav"})};
         return config;
     }
-    // The configuration block, from its first line on.
+    // The configuration block: the lines that draw it, in order (other threads log meanwhile).
     Strings printout() const {
-        auto const lines = m_log.messages(LogLevel::Info);
-        auto const first = std::find(lines.begin(), lines.end(),
-                                     "+--------------------------- Client Configuration ---------------------------------");
-        return Strings(first, lines.end());
+        Strings lines;
+        for (auto const& line : m_log.messages(LogLevel::Info)) {
+            if (!line.empty() && (line[0] == '|' || line[0] == '+')) {
+                lines.push_back(line);
+            }
+        }
+        return lines;
     }
     qel::test::LogCapture m_log;
 };
