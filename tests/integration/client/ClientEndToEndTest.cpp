@@ -2,6 +2,7 @@
 // loopback: the use cases as an application hears them, the entries' GET-compare-POST across
 // clients, and releasing a client while events arrive.
 #include "BackendSimulator.h"
+#include "NetworkingSimulator.h"
 #include "rsi/SharedRsiClient.h"
 #include "rsi/host/HostRsiClient.h"
 #include "support/LogCapture.h"
@@ -67,10 +68,11 @@ protected:
         std::string pattern = ::testing::TempDir() + "client-e2e-XXXXXX";
         ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         m_dir = pattern;
-        // The networking service is another process; these tests are about the backend.
-        std::ofstream(m_dir + "/framework.ini") << "[SUBSCRIPTION_CONFIG]\nSKIP_NETWORKING_REGISTRATION=true\n";
+        // The networking service, in this process through the in-process binding.
+        ASSERT_TRUE(networking.start());
     }
     void TearDown() override {
+        networking.stop();
         simulator.stop();
         std::filesystem::remove_all(m_dir);
     }
@@ -112,6 +114,7 @@ protected:
     }
 
     sim::backend::BackendSimulator simulator;
+    sim::networking::NetworkingSimulator networking;
     std::shared_ptr<RunStateRecorder> states = std::make_shared<RunStateRecorder>();
     LogCapture log;
     std::string m_dir;
@@ -139,6 +142,31 @@ TEST_F(ClientEndToEndTest, UseCasesAreHeardInOrderWithTheirBanners) {
     EXPECT_EQ(log.count(LogLevel::Info, "------ NOT RUNNING ------"), 1u);
     client->stop();
     EXPECT_EQ(log.count(LogLevel::Info, "------ NOT RUNNING ------"), 1u);
+}
+
+TEST_F(ClientEndToEndTest, DisconnectFollowsTheOcuStateAndNetworkingIsDroppedOnStop) {
+    auto client = build(describe());
+    client->startup();
+    ASSERT_EQ(states->take(RS::RESUMED), (States{RS::CREATED, RS::STARTED, RS::RESUMED}));
+    ASSERT_TRUE(networking.waitForCalls(1));
+    EXPECT_EQ(networking.calls().front().method, "getInternetAccess");
+    EXPECT_EQ(networking.calls().front().serviceId, "nav");
+
+    networking.setOcuAvailable(false);
+    EXPECT_EQ(states->take(RS::DISCONNECTED), States{RS::DISCONNECTED});
+    networking.setOcuAvailable(true);
+    EXPECT_EQ(states->take(RS::RESUMED), (States{RS::CREATED, RS::STARTED, RS::RESUMED}));
+
+    std::size_t const callsBefore = networking.calls().size();
+    client->pauseConnection();  // gives the access up, without waiting for the service
+    EXPECT_EQ(states->take(RS::PAUSED), States{RS::PAUSED});
+    ASSERT_TRUE(networking.waitForCalls(callsBefore + 1));
+    auto const calls = networking.calls();
+    EXPECT_TRUE(std::any_of(calls.begin() + static_cast<std::ptrdiff_t>(callsBefore), calls.end(), [](auto const& call) {
+        return call.method == "dropInternetAccess" && call.serviceId == "nav";
+    }));
+    client->stop();
+    EXPECT_EQ(states->take(RS::DESTROYED), States{RS::DESTROYED});
 }
 
 TEST_F(ClientEndToEndTest, EntriesAreWrittenOnceAndASecondClientOnlyReadsThem) {
