@@ -164,6 +164,16 @@ std::shared_ptr<OnlineServiceClient> create(std::shared_ptr<FrameworkConfig> con
     return nullptr;
 }
 
+// The handle the application owns. Framework threads hold the client for a moment while they
+// report to it; letting the handle go releases the client at once, on the application's thread,
+// so that the client is never torn down on one of its own threads.
+std::shared_ptr<IOnlineServiceClient> applicationHandle(std::shared_ptr<OnlineServiceClient> const& client) {
+    return std::shared_ptr<IOnlineServiceClient>(client.get(), [owned = client](IOnlineServiceClient*) mutable {
+        owned->release();
+        owned.reset();
+    });
+}
+
 }  // namespace
 
 std::shared_ptr<IOnlineServiceClient> OnlineServiceClientFactory::createOnlineServiceClient(
@@ -173,7 +183,7 @@ std::shared_ptr<IOnlineServiceClient> OnlineServiceClientFactory::createOnlineSe
         Logger logger(merged->loggerName);
         auto client = create(merged, logger);
         printConfig(logger, merged);
-        return client;
+        return client ? applicationHandle(client) : nullptr;
     } catch (std::exception const& error) {
         // Nothing may escape to the application; a failure of the platform is a failed creation.
         Logger(config.serviceIds.empty() ? "framework" : "framework_" + config.serviceIds.front())

@@ -42,8 +42,12 @@ OnlineServiceClient::OnlineServiceClient(std::shared_ptr<FrameworkConfig> const&
       m_runtime(CommonAPI::Runtime::get()) {}
 
 OnlineServiceClient::~OnlineServiceClient() {
+    release();
+}
+
+void OnlineServiceClient::release() {
     stop();
-    // Joins the item queues first, so the condition actions release the items here and not
+    // Joins the item queues, so the condition actions release the items on this thread and not
     // on a queue thread that happens to be delivering an event.
     if (m_subscriptionManager) {
         m_subscriptionManager->shutdown();

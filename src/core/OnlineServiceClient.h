@@ -70,6 +70,11 @@ public:
     void addRunStateListener(std::shared_ptr<IRunStateListener> const& listener) override;
     KVSUpdateStatus updateKVSItem(std::string const& key, std::string const& value) override;
 
+    // `stop`, then waits for the threads that deliver the items' events. The application's
+    // handle calls it when the application lets the client go, so that the client ends on the
+    // application's thread even if a framework thread still holds it for a moment.
+    void release();
+
     void notifyConditions(std::map<ConditionName, bool> const& conditions) override;
     void onDisableReasonChanged(std::string const& serviceId, std::vector<std::string> const& reasons) override;
 
