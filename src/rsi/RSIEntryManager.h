@@ -36,8 +36,7 @@ public:
 private:
     enum class Stage { Get, Create, Update };
 
-    void _processEntrySet(std::vector<std::shared_ptr<RSIEntry>> const& entries,
-                          std::shared_ptr<RSIEntrySet> const& set);
+    void _processEntrySet(std::shared_ptr<RSIEntrySet> const& set);
     void _handleResponseGet(std::shared_ptr<RSIEntry> const& entry, qel::rsi::client::RequestState const& state,
                             qel::rsi::client::Response const& response);
     void _handleResponsePost(std::shared_ptr<RSIEntry> const& entry, bool created,
