@@ -13,7 +13,24 @@ std::string loggerName(std::shared_ptr<FrameworkConfig> const& config) {
     return (config ? config->loggerName : FrameworkSubConfig().loggerName) + ".notifier";
 }
 
+// How long a waiting job caller sleeps between looks at its answer; the answer wakes it earlier.
+constexpr std::uint32_t JOB_ANSWER_POLL_MS = 1000;
+
 }  // namespace
+
+// Why a queue and not the mutex held across the calls: a listener's work may take other locks
+// of the framework (the client's disable-reason handling ends in the condition manager's
+// listener lock), and the holder of such a lock may notify here (run states). Holding our mutex
+// while calling would deadlock those two threads. Why queued notifications do not wait for
+// their delivery: the delivering thread may be blocked on the very lock the notifier holds, so
+// waiting would bring the same deadlock back. Only a backend job waits, because its caller
+// needs the answer; the job item's queue thread holds no framework lock while it asks.
+struct Notifier::JobAnswer {
+    bool delivered = false;  // guarded by m_mutex
+    bool notified = false;
+    BackendJobAcknowledgeCode code = BackendJobAcknowledgeCode::UNKNOWN_ERROR;
+    std::exception_ptr failure;
+};
 
 Notifier::Notifier(std::shared_ptr<FrameworkConfig> const& config) : m_logger(loggerName(config)) {}
 
@@ -40,98 +57,188 @@ void Notifier::addListener(std::weak_ptr<IRunStateListener> const& listener) {
 void Notifier::notifyServiceData(std::string const& serviceId,
                                  std::shared_ptr<dataitems::ServiceObject> const& service) {
     m_logger << LogLevel::Info << "notifyServiceData";
-    fanOut(m_serviceDataListeners, "Service Data listener expired, removing!",
-           [&](IServiceDataListener& listener) { listener.onServiceDataChanged(serviceId, service); });
+    deliver(fanOut(m_serviceDataListeners, "Service Data listener expired, removing!",
+                   [serviceId, service](IServiceDataListener& listener) {
+                       listener.onServiceDataChanged(serviceId, service);
+                   }));
 }
 
 void Notifier::notifyDisableReason(std::string const& serviceId, std::vector<std::string> const& disableReasons) {
     m_logger << LogLevel::Info << "notifyDisableReasons";
-    fanOut(m_serviceDataListeners, "Disable Reason listener expired, removing!",
-           [&](IServiceDataListener& listener) { listener.onDisableReasonChanged(serviceId, disableReasons); });
+    deliver(fanOut(m_serviceDataListeners, "Disable Reason listener expired, removing!",
+                   [serviceId, disableReasons](IServiceDataListener& listener) {
+                       listener.onDisableReasonChanged(serviceId, disableReasons);
+                   }));
 }
 
 void Notifier::notifyBaseURL(std::string const& serviceId, std::string const& baseUrl) {
     m_logger << LogLevel::Info << "notifyBaseUrl";
-    fanOut(m_serviceDataListeners, "Base URL listener expired, removing!",
-           [&](IServiceDataListener& listener) { listener.onBaseURLChanged(serviceId, baseUrl); });
+    deliver(fanOut(m_serviceDataListeners, "Base URL listener expired, removing!",
+                   [serviceId, baseUrl](IServiceDataListener& listener) {
+                       listener.onBaseURLChanged(serviceId, baseUrl);
+                   }));
 }
 
 void Notifier::notifyAccessToken(std::string const& serviceId,
                                  std::shared_ptr<dataitems::AccessTokenObject> const& token) {
     m_logger << LogLevel::Info << "notifyAccessToken";
-    std::string const tokenText = token ? token->token : std::string();
-    fanOut(m_serviceDataListeners, "Access Token listener expired, removing!",
-           [&](IServiceDataListener& listener) { listener.onTokenChanged(serviceId, tokenText); });
+    deliver(fanOut(m_serviceDataListeners, "Access Token listener expired, removing!",
+                   [serviceId, tokenText = token ? token->token : std::string()](IServiceDataListener& listener) {
+                       listener.onTokenChanged(serviceId, tokenText);
+                   }));
 }
 
 void Notifier::notifyPrivacySettings(std::string const& serviceId,
                                      std::shared_ptr<dataitems::PrivacySettingsObject> const& privacy) {
     m_logger << LogLevel::Info << "notifyPrivacySettings";
-    fanOut(m_serviceDataListeners, "Privacy Setup listener expired, removing!",
-           [&](IServiceDataListener& listener) { listener.onPrivacySetupChanged(serviceId, privacy); });
+    deliver(fanOut(m_serviceDataListeners, "Privacy Setup listener expired, removing!",
+                   [serviceId, privacy](IServiceDataListener& listener) {
+                       listener.onPrivacySetupChanged(serviceId, privacy);
+                   }));
 }
 
 void Notifier::notifyNetworkInterface(std::string const& serviceId, std::shared_ptr<ClientData> const& ipv4,
                                       std::shared_ptr<ClientData> const& ipv6) {
     m_logger << LogLevel::Info << "notifyNetworkInterface";
-    fanOut(m_serviceDataListeners, "Networking listener expired, removing!",
-           [&](IServiceDataListener& listener) { listener.onNetworkInterfaceChanged(serviceId, ipv4, ipv6); });
+    deliver(fanOut(m_serviceDataListeners, "Networking listener expired, removing!",
+                   [serviceId, ipv4, ipv6](IServiceDataListener& listener) {
+                       listener.onNetworkInterfaceChanged(serviceId, ipv4, ipv6);
+                   }));
 }
 
 void Notifier::notifyKVSItem(std::string const& key, std::string const& value) {
-    fanOut(m_kvsListeners, "KVS listener expired, removing!",
-           [&](IKVSListener& listener) { listener.onKVSItemChanged(key, value); });
+    deliver(fanOut(m_kvsListeners, "KVS listener expired, removing!",
+                   [key, value](IKVSListener& listener) { listener.onKVSItemChanged(key, value); }));
 }
 
 void Notifier::notifyRunState(RunState state) {
-    m_logger << LogLevel::Info << "notifyRunState ";
-    fanOut(m_runStateListeners, "Runstate listener expired, removing!",
-           [state](IRunStateListener& listener) { listener.onRunStateChanged(state); });
+    {
+        MutexGuard guard(m_mutex);
+        m_logger << LogLevel::Info << "notifyRunState ";
+    }
+    deliver(fanOut(m_runStateListeners, "Runstate listener expired, removing!",
+                   [state](IRunStateListener& listener) { listener.onRunStateChanged(state); }));
 }
 
 bool Notifier::notifyBackendJob(std::shared_ptr<dataitems::JobObject> const& job, BackendJobAcknowledgeCode& ack) {
     m_logger << LogLevel::Info << "notifyBackendJob";
+    auto const answer = std::make_shared<JobAnswer>();
+    bool deliverHere = false;
+    {
+        MutexGuard guard(m_mutex);
+        if (m_delivering && m_deliveringThread == std::this_thread::get_id()) {
+            // Our own delivery would come only after the listener we are inside returned.
+            m_logger << LogLevel::Error << "notifyBackendJob from inside a listener refused";
+            return false;
+        }
+        m_deliveries.push_back([this, job, answer] { answerJob(job, *answer); });
+        deliverHere = !m_delivering;
+        if (deliverHere) {
+            m_delivering = true;
+            m_deliveringThread = std::this_thread::get_id();
+        }
+    }
+    if (deliverHere) {
+        drain();
+    } else {
+        MutexGuard guard(m_mutex);
+        while (!answer->delivered) {
+            m_jobAnswered.wait(m_mutex, JOB_ANSWER_POLL_MS);
+        }
+    }
+    if (answer->failure) {
+        std::rethrow_exception(answer->failure);
+    }
+    if (answer->notified) {
+        ack = answer->code;
+    }
+    return answer->notified;
+}
+
+void Notifier::answerJob(std::shared_ptr<dataitems::JobObject> const& job, JobAnswer& answer) {
     // An expired job listener stays in place: the next `setListener` replaces it.
     std::shared_ptr<IBackendJobListener> listener;
     {
         MutexGuard guard(m_mutex);
         listener = m_backendJobListener.lock();
     }
-    if (!listener) {
-        return false;
+    bool notified = false;
+    auto code = BackendJobAcknowledgeCode::UNKNOWN_ERROR;
+    std::exception_ptr failure;
+    if (listener) {
+        try {
+            code = listener->onBackendJobReceived(job);
+            notified = true;
+        } catch (...) {
+            failure = std::current_exception();
+        }
     }
-    ack = listener->onBackendJobReceived(job);
-    return true;
+    MutexGuard guard(m_mutex);
+    answer.notified = notified;
+    answer.code = code;
+    answer.failure = failure;
+    answer.delivered = true;
+    m_jobAnswered.broadcast();
+}
+
+void Notifier::deliver(Delivery delivery) {
+    {
+        MutexGuard guard(m_mutex);
+        m_deliveries.push_back(std::move(delivery));
+        if (m_delivering) {
+            return;  // the delivering thread (perhaps this one, inside a listener) takes it in turn
+        }
+        m_delivering = true;
+        m_deliveringThread = std::this_thread::get_id();
+    }
+    drain();
+}
+
+void Notifier::drain() {
+    for (;;) {
+        Delivery next;
+        {
+            MutexGuard guard(m_mutex);
+            if (m_deliveries.empty()) {
+                m_delivering = false;
+                m_deliveringThread = std::thread::id();
+                return;
+            }
+            next = std::move(m_deliveries.front());
+            m_deliveries.pop_front();
+        }
+        next();
+    }
 }
 
 template <typename Listener, typename Call>
-void Notifier::fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage, Call const& call) {
-    // Listeners run without the lock: a listener's work may take the condition manager's
-    // listener lock, whose holder in turn notifies run states here, so holding ours would
-    // allow a lock-order deadlock between two threads.
-    std::vector<std::shared_ptr<Listener>> live;
-    {
-        MutexGuard guard(m_mutex);
-        live.reserve(listeners.size());
-        for (auto position = listeners.begin(); position != listeners.end();) {
-            if (auto listener = position->lock()) {
-                live.push_back(std::move(listener));
-                ++position;
-            } else {
-                m_logger << LogLevel::Info << expiredMessage;
-                position = listeners.erase(position);
+Notifier::Delivery Notifier::fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage,
+                                    Call call) {
+    return [this, &listeners, expiredMessage, call = std::move(call)] {
+        std::vector<std::shared_ptr<Listener>> live;
+        {
+            MutexGuard guard(m_mutex);
+            live.reserve(listeners.size());
+            for (auto position = listeners.begin(); position != listeners.end();) {
+                if (auto listener = position->lock()) {
+                    live.push_back(std::move(listener));
+                    ++position;
+                } else {
+                    m_logger << LogLevel::Info << expiredMessage;
+                    position = listeners.erase(position);
+                }
             }
         }
-    }
-    for (auto const& listener : live) {
-        try {
-            call(*listener);
-        } catch (std::exception const& error) {
-            m_logger << LogLevel::Error << "Listener failed: " << error.what();
-        } catch (...) {
-            m_logger << LogLevel::Error << "Listener failed";
+        for (auto const& listener : live) {
+            try {
+                call(*listener);
+            } catch (std::exception const& error) {
+                m_logger << LogLevel::Error << "Listener failed: " << error.what();
+            } catch (...) {
+                m_logger << LogLevel::Error << "Listener failed";
+            }
         }
-    }
+    };
 }
 
 }  // namespace qel::onlineservices::framework::core

@@ -1,15 +1,22 @@
 // The one place where the framework calls the application's listeners.
 //
-// Contract: listeners are held weakly; one that has expired is dropped, with one log line naming
-// the notification that found it, the next time an event of its list comes by. Listeners run in
-// registration order, on the caller's thread. The mutex guards the lists only and is released
-// before any listener runs, so a listener's work may reach other locks of the framework without
-// a lock-order deadlock; a listener registered during a fan-out hears the next event. A listener
-// added twice is called twice. An
-// exception thrown by a list listener is logged and does not keep the others from being called;
-// one thrown by the backend-job listener reaches the caller of `notifyBackendJob`.
+// Contract: listener calls never overlap. Every notification becomes one delivery in a single
+// queue, in the order the notifications were made; one thread at a time (the one that found the
+// queue idle) delivers, so at most one listener call runs at any moment and listeners hear
+// events in notification order. A notification made while another thread delivers is queued and
+// returns at once; one made from inside a listener is queued and delivered after that listener
+// returned. Listeners therefore run on the notifying thread or on another notifying thread of
+// the framework. `notifyBackendJob` alone waits for its delivery, since it needs the answer.
+//
+// Listeners are held weakly; one that has expired is dropped, with one log line naming the
+// notification that found it, when a delivery of its list comes by. Within a delivery listeners
+// run in registration order; one registered meanwhile hears the next delivery of its list. A
+// listener added twice is called twice. An exception thrown by a list listener is logged and
+// does not keep the others from being called; one thrown by the backend-job listener reaches
+// the caller of `notifyBackendJob`.
 #pragma once
 
+#include "common/CondVar.h"
 #include "common/Logger.h"
 #include "common/Mutex.h"
 #include "config/FrameworkConfig.h"
@@ -25,8 +32,11 @@
 #include <onlineservices/framework/RunState.h>
 #include <onlineservices/framework/ServiceObject.h>
 
+#include <deque>
+#include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace qel::onlineservices::framework::core {
@@ -56,20 +66,33 @@ public:
     void notifyKVSItem(std::string const& key, std::string const& value);
     void notifyRunState(RunState state);
     // True when a live listener answered; its answer is in `ack`. Otherwise `ack` is untouched
-    // and the caller answers the backend itself.
+    // and the caller answers the backend itself. Waits until the job was delivered; asked from
+    // inside a listener (where waiting would never end) it refuses with a log line and false.
     bool notifyBackendJob(std::shared_ptr<dataitems::JobObject> const& job, BackendJobAcknowledgeCode& ack);
 
 private:
-    // Drops the expired listeners of `listeners` under the mutex, then calls `call` on the live ones.
+    using Delivery = std::function<void()>;
+    struct JobAnswer;
+
+    // Queues one delivery and, when no thread is delivering, delivers the queue on this thread.
+    void deliver(Delivery delivery);
+    // Delivers until the queue is empty, then gives the delivering role up.
+    void drain();
+    // A delivery that drops the expired listeners of `listeners` and calls `call` on the live ones.
     template <typename Listener, typename Call>
-    void fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage, Call const& call);
+    Delivery fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage, Call call);
+    void answerJob(std::shared_ptr<dataitems::JobObject> const& job, JobAnswer& answer);
 
     qel::common::logging::Logger m_logger;
     qel::common::system::Mutex m_mutex;
-    std::weak_ptr<IBackendJobListener> m_backendJobListener;             // guarded by m_mutex
+    qel::common::system::CondVar m_jobAnswered;                              // with m_mutex
+    std::weak_ptr<IBackendJobListener> m_backendJobListener;                 // guarded by m_mutex
     std::vector<std::weak_ptr<IServiceDataListener>> m_serviceDataListeners;  // guarded by m_mutex
     std::vector<std::weak_ptr<IKVSListener>> m_kvsListeners;                  // guarded by m_mutex
     std::vector<std::weak_ptr<IRunStateListener>> m_runStateListeners;        // guarded by m_mutex
+    std::deque<Delivery> m_deliveries;                                        // guarded by m_mutex
+    bool m_delivering = false;                                                // guarded by m_mutex
+    std::thread::id m_deliveringThread;                                       // guarded by m_mutex
 };
 
 }  // namespace qel::onlineservices::framework::core

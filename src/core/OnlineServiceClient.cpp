@@ -376,16 +376,18 @@ std::vector<ConditionRequest> const* OnlineServiceClient::conditionsOf(Transitio
 }
 
 bool OnlineServiceClient::requestConditions(Transition const& transition) {
-    return requestTransitionConditions(transition) != ConditionRequestResult::NO_CONDITIONS;
+    return requestTransitionConditions(transition, std::nullopt) == ConditionRequestResult::WAITING;
 }
 
 OnlineServiceClient::ConditionRequestResult OnlineServiceClient::requestTransitionConditions(
-    Transition const& transition) {
+    Transition const& transition, std::optional<RunState> still) {
     std::vector<ConditionRequest> conditions;
     {
         MutexGuard guard(m_stateMutex);
-        if (m_runstate != transition.first) {
-            return ConditionRequestResult::STALE;  // another thread moved the machine meanwhile
+        // The walk asks under the same lock that records the request, so a transition another
+        // thread has already left behind is neither requested nor remembered as awaited.
+        if (still && m_runstate != *still) {
+            return ConditionRequestResult::STALE;
         }
         auto const* required = conditionsOf(transition);
         if (required == nullptr) {
@@ -445,7 +447,7 @@ void OnlineServiceClient::walk() {
         if (candidate == last) {
             return;  // requested before; its answer is awaited
         }
-        auto const result = requestTransitionConditions(candidate);
+        auto const result = requestTransitionConditions(candidate, candidate.first);
         if (result == ConditionRequestResult::WAITING) {
             return;
         }

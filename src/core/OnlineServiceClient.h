@@ -102,8 +102,9 @@ public:
     void updateUsecase();
     // The next state of the current use case; false when the goal is reached.
     bool getNextRunState(RunState& next);
-    // True when the transition's conditions were requested (or the transition no longer starts
-    // at the current state): the step must wait. False: take it at once.
+    // Looks the transition up and requests its conditions, whatever the current state. True when
+    // conditions were requested: the step must wait. False (none, or the transition is not
+    // listed): take it at once.
     bool requestConditions(Transition const& transition);
     // Advances as far as possible without waiting.
     void updateRunState();
@@ -124,7 +125,8 @@ private:
     UseCase usecaseFromFlags() const;
     void removeSkippedConditions();
     bool nextTransition(Transition& transition);
-    ConditionRequestResult requestTransitionConditions(Transition const& transition);
+    // STALE, without a word, when the machine no longer stands at `still`.
+    ConditionRequestResult requestTransitionConditions(Transition const& transition, std::optional<RunState> still);
     // Lookups; the caller holds the use-case mutex, respectively the state mutex.
     std::vector<Transition> const* transitionsOf(UseCase usecase) const;
     std::vector<ConditionRequest> const* conditionsOf(Transition const& transition) const;

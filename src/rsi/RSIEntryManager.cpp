@@ -41,19 +41,16 @@ RSIEntryManager::RSIEntryManager(std::shared_ptr<FrameworkConfig> const& config,
 
 void RSIEntryManager::post(std::vector<std::shared_ptr<RSIEntry>> const& entries,
                            std::shared_ptr<IUpdateConditionCallback> const& callback) {
-    _processEntrySet(entries, std::make_shared<RSIEntrySet>(entries.size(), callback));
+    _processEntrySet(std::make_shared<RSIEntrySet>(entries, callback));
 }
 
-void RSIEntryManager::_processEntrySet(std::vector<std::shared_ptr<RSIEntry>> const& entries,
-                                       std::shared_ptr<RSIEntrySet> const& set) {
+void RSIEntryManager::_processEntrySet(std::shared_ptr<RSIEntrySet> const& set) {
     if (!m_rsiClient) {
         m_logger << LogLevel::Error << "No RSI client wrapper to post entries";
         return;
     }
-    for (auto const& entry : entries) {
-        if (!entry) {
-            continue;
-        }
+    set->reportIfEmpty();
+    for (auto const& entry : set->entries()) {
         auto const handler = _bindHandler(Stage::Get, entry);
         entry->keepResponseHandler(handler);
         entry->setCompletion([set](bool success) { set->entrySetProcessSuccess(success); });
@@ -168,13 +165,19 @@ std::unique_ptr<qel::dataformats::data::Value> RSIEntryManager::createValue(RSIE
 
 std::shared_ptr<RSIResponseHandler> RSIEntryManager::_bindHandler(Stage stage, std::shared_ptr<RSIEntry> const& entry) {
     // Both held weakly: the entry keeps this handler, and the manager may go before the answer.
+    // The entry's set keeps the entry until it answered.
     std::weak_ptr<RSIEntryManager> const manager = weak_from_this();
     std::weak_ptr<RSIEntry> const weakEntry = entry;
     return std::make_shared<RSIResponseHandler>(
         [manager, weakEntry, stage](RequestState const& state, Response const& response) {
-            auto const self = manager.lock();
+            // The entry lives while its set waits for it; a gone manager still answers the set.
             auto const target = weakEntry.lock();
-            if (!self || !target) {
+            if (!target) {
+                return;
+            }
+            auto const self = manager.lock();
+            if (!self) {
+                target->complete(false);
                 return;
             }
             if (stage == Stage::Get) {

@@ -4,8 +4,9 @@
 // Contract: `post` sends one read per entry and returns; the rest runs on the RSI worker thread.
 // An entry whose values match the backend's is done without a write; otherwise it is updated in
 // place (when it allows that and its element id is known) or created. Each entry's outcome goes
-// to its set, which reports to the caller's callback. Status 200 to 226 counts as success; there
-// is no retry beyond the request job's own. Must be owned by a `std::shared_ptr`: its response
+// to its set, which holds the entries of the call until they answered and reports to the
+// caller's callback. Status 200 to 226 counts as success; there is no retry beyond the request
+// job's own. Must be owned by a `std::shared_ptr`: its response
 // handlers refer back to it weakly.
 #pragma once
 
@@ -36,8 +37,7 @@ public:
 private:
     enum class Stage { Get, Create, Update };
 
-    void _processEntrySet(std::vector<std::shared_ptr<RSIEntry>> const& entries,
-                          std::shared_ptr<RSIEntrySet> const& set);
+    void _processEntrySet(std::shared_ptr<RSIEntrySet> const& set);
     void _handleResponseGet(std::shared_ptr<RSIEntry> const& entry, qel::rsi::client::RequestState const& state,
                             qel::rsi::client::Response const& response);
     void _handleResponsePost(std::shared_ptr<RSIEntry> const& entry, bool created,

@@ -3,7 +3,6 @@
 // this object alive until the answer came.
 #pragma once
 
-#include "common/Logger.h"
 #include "rsi/ResponseHandler.h"
 
 #include <functional>
@@ -17,7 +16,8 @@ public:
     explicit RSIResponseHandler(Function function);
 
     using qel::rsi::client::ResponseHandler::handleResponse;
-    // An empty function is a wiring fault: logged, never thrown on the worker thread.
+    // An empty function is a programming error: it throws std::bad_function_call, so the fault
+    // shows at once instead of leaving a request without an answer.
     void handleResponse(qel::rsi::client::RequestState const& state,
                         qel::rsi::client::Response const& response) override;
 

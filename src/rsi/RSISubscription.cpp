@@ -26,10 +26,9 @@ RSISubscription::RSISubscription(std::shared_ptr<qel::rsi::client::Request> requ
       m_wrapperSubscriptionId(wrapperSubscriptionId) {}
 
 RSISubscription::~RSISubscription() {
+    // Also with id 0 (never subscribed, or every try failed): the client is told of every
+    // subscription job exactly once, from here, and decides what an unknown id means.
     std::uint32_t const clientId = m_clientSubscriptionId.load();
-    if (clientId == 0) {
-        return;  // never subscribed at the client (cancelled, or every try failed)
-    }
     auto const client = m_client.lock();
     if (!client) {
         m_logger << LogLevel::Warning << "RSI client expired";

@@ -1,11 +1,18 @@
 // Executes the backend jobs addressed to the application and says how they went.
 //
-// Contract: called on the backend-job subscription's queue thread, which waits for the answer: do
-// the work or hand it on, return the answer for the backend, and do not register listeners or
-// call back into the client from inside the callback. The framework acknowledges
-// the job with the returned code; when no listener is set (or it is gone) the backend hears
-// UNKNOWN_ERROR. A client has one backend-job listener; setting another replaces it. Held
-// weakly: keep the listener alive for as long as it should be called.
+// Contract: the framework acknowledges the job with the returned code; when no listener is set
+// (or it is gone) the backend hears UNKNOWN_ERROR. A client has one backend-job listener;
+// setting another replaces it. The backend-job subscription's thread waits for the answer.
+//
+// Calls never overlap: the framework makes one listener call at a time, across all listeners of
+// the client, in the order the events happened. A call runs on a framework thread: the thread
+// on which the event happened, or another framework thread that is delivering events at that
+// moment. The application's own thread delivers only from inside `startup`, `pauseConnection`,
+// `unpauseConnection` and `stop`. Events that happen during a call are queued behind it, so
+// return quickly and hand long work to a thread of your own. From inside a call you may register
+// listeners; do not wait for another listener call (it comes only after you return), do not call
+// `updateKVSItem` or `stop`, and do not release the client. Listeners are held weakly: keep yours
+// alive for as long as it should be called.
 #pragma once
 
 #include <onlineservices/framework/BackendJobAcknowledgeCode.h>

@@ -1,13 +1,17 @@
 // Receives every change of the client's run state.
 //
-// Contract: states arrive one at a time, in the order the client entered them, so consecutive
-// calls always form a transition the client may take. The call comes on whichever thread moved
-// the client: the application's own thread (inside `startup`, `pauseConnection`,
-// `unpauseConnection`, `stop`), the thread that completed a backend request or subscription
-// (RSI worker, a subscription's queue thread, the networking retry thread) or a platform event
-// thread (connectivity changes), and holds up the client's state machine while it runs: return
-// quickly, and do not register listeners or call back into the client from inside the callback. Held
-// weakly: keep the listener alive for as long as it should be called.
+// Contract: states arrive in the order the client entered them, so consecutive calls always
+// form a transition the client may take.
+//
+// Calls never overlap: the framework makes one listener call at a time, across all listeners of
+// the client, in the order the events happened. A call runs on a framework thread: the thread
+// on which the event happened, or another framework thread that is delivering events at that
+// moment. The application's own thread delivers only from inside `startup`, `pauseConnection`,
+// `unpauseConnection` and `stop`. Events that happen during a call are queued behind it, so
+// return quickly and hand long work to a thread of your own. From inside a call you may register
+// listeners; do not wait for another listener call (it comes only after you return), do not call
+// `updateKVSItem` or `stop`, and do not release the client. Listeners are held weakly: keep yours
+// alive for as long as it should be called.
 #pragma once
 
 #include <onlineservices/framework/Export.h>

@@ -1,15 +1,17 @@
 // Receives what the backend says about the application's services.
 //
-// Contract: every operation has an empty default body; override what you need. Calls come on
-// framework threads, never on the application's own thread:
-//   - onServiceDataChanged, onDisableReasonChanged, onBaseURLChanged: the service list's queue
-//     thread, one per service;
-//   - onTokenChanged: the token's queue thread;
-//   - onPrivacySetupChanged: the privacy setup's queue thread;
-//   - onNetworkInterfaceChanged: the networking retry thread ("RetryRequestThread").
-// A call holds up the thread that makes it: return quickly, and do not register listeners or
-// call back into the client from inside a callback (hand such work to a thread of your own). The records are shared read-only; keep the pointer if you need them later.
-// Listeners are held weakly: keep your listener alive for as long as it should be called.
+// Contract: every operation has an empty default body; override what you need. The records are
+// shared read-only; keep the pointer if you need them later.
+//
+// Calls never overlap: the framework makes one listener call at a time, across all listeners of
+// the client, in the order the events happened. A call runs on a framework thread: the thread
+// on which the event happened, or another framework thread that is delivering events at that
+// moment. The application's own thread delivers only from inside `startup`, `pauseConnection`,
+// `unpauseConnection` and `stop`. Events that happen during a call are queued behind it, so
+// return quickly and hand long work to a thread of your own. From inside a call you may register
+// listeners; do not wait for another listener call (it comes only after you return), do not call
+// `updateKVSItem` or `stop`, and do not release the client. Listeners are held weakly: keep yours
+// alive for as long as it should be called.
 #pragma once
 
 #include <onlineservices/framework/Export.h>

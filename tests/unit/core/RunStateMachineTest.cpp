@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
+#include <future>
 
 namespace {
 
@@ -18,9 +20,73 @@ constexpr RunState INVALID = RunState::INVALID, CREATED = RunState::CREATED, STA
                    RESUMED = RunState::RESUMED, PAUSED = RunState::PAUSED, STOPPED = RunState::STOPPED,
                    DESTROYED = RunState::DESTROYED, DISCONNECTED = RunState::DISCONNECTED;
 
+using C = ConditionName;
+
+// The conditions each transition waits for, in request order, written out.
+std::map<Transition, Requests> const TRANSITION_CONDITIONS{
+    {{INVALID, CREATED},
+     {{C::RSI_SERVICEMANAGEMENT_AVALAIABLE, true}, {C::RSI_BACKENDJOBS_AVAILABLE, true},
+      {C::RSI_CAPABILITIESMANAGEMENT_AVAILABLE, true}, {C::RSI_ONLINEKVS_AVAILABLE, true},
+      {C::RSI_TOKENMANAGEMENT_AVAILABLE, true}, {C::POSTED_CAPABILITIES, true}, {C::POSTED_JOBENTRIES, true},
+      {C::POSTED_OPERATION_ENTRIES, true}, {C::SUBSCRIBED_SERVICEMANAGEMENT, true}}},
+    {{DISCONNECTED, CREATED},
+     {{C::RSI_SERVICEMANAGEMENT_AVALAIABLE, true}, {C::RSI_BACKENDJOBS_AVAILABLE, true},
+      {C::RSI_CAPABILITIESMANAGEMENT_AVAILABLE, true}, {C::RSI_ONLINEKVS_AVAILABLE, true},
+      {C::RSI_TOKENMANAGEMENT_AVAILABLE, true}, {C::POSTED_CAPABILITIES, true}, {C::POSTED_JOBENTRIES, true},
+      {C::POSTED_OPERATION_ENTRIES, true}, {C::SUBSCRIBED_SERVICEMANAGEMENT, true}}},
+    {{CREATED, STARTED}, {{C::SUBSCRIBED_PRIVACYSETUP, true}, {C::POSTED_KVS, true}}},
+    {{STARTED, RESUMED},
+     {{C::SUBSCRIBED_KVS, true}, {C::SUBSCRIBED_BACKENDJOBS, true}, {C::SUBSCRIBED_TOKENMANAGEMENT, true},
+      {C::CONNECTED_NETWORKING, true}}},
+    {{STARTED, PAUSED}, {{C::SUBSCRIBED_KVS, true}}},
+    {{RESUMED, PAUSED}, {{C::CONNECTED_NETWORKING, false}, {C::SUBSCRIBED_TOKENMANAGEMENT, false}}},
+    {{PAUSED, RESUMED}, {{C::SUBSCRIBED_TOKENMANAGEMENT, true}, {C::CONNECTED_NETWORKING, true}}},
+    {{PAUSED, STOPPED}, {{C::SUBSCRIBED_BACKENDJOBS, false}, {C::SUBSCRIBED_KVS, false}, {C::SUBSCRIBED_PRIVACYSETUP, false}}},
+    {{STOPPED, STARTED}, {{C::SUBSCRIBED_PRIVACYSETUP, true}}},
+    {{INVALID, DESTROYED}, {}},
+    {{CREATED, DESTROYED}, {{C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{STARTED, DESTROYED},
+     {{C::SUBSCRIBED_KVS, false}, {C::SUBSCRIBED_PRIVACYSETUP, false}, {C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{RESUMED, DESTROYED},
+     {{C::SUBSCRIBED_TOKENMANAGEMENT, false}, {C::SUBSCRIBED_BACKENDJOBS, false}, {C::SUBSCRIBED_KVS, false},
+      {C::SUBSCRIBED_PRIVACYSETUP, false}, {C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{PAUSED, DESTROYED},
+     {{C::SUBSCRIBED_BACKENDJOBS, false}, {C::SUBSCRIBED_KVS, false}, {C::SUBSCRIBED_PRIVACYSETUP, false},
+      {C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{STOPPED, DESTROYED}, {{C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{INVALID, DISCONNECTED}, {{C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{CREATED, DISCONNECTED}, {{C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{STARTED, DISCONNECTED},
+     {{C::SUBSCRIBED_KVS, false}, {C::SUBSCRIBED_PRIVACYSETUP, false}, {C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{RESUMED, DISCONNECTED},
+     {{C::SUBSCRIBED_TOKENMANAGEMENT, false}, {C::SUBSCRIBED_KVS, false}, {C::SUBSCRIBED_PRIVACYSETUP, false},
+      {C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{PAUSED, DISCONNECTED},
+     {{C::SUBSCRIBED_KVS, false}, {C::SUBSCRIBED_PRIVACYSETUP, false}, {C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+    {{STOPPED, DISCONNECTED}, {{C::SUBSCRIBED_SERVICEMANAGEMENT, false}}},
+};
+
+// Per use case, the steps towards its goal in search order, written out.
+std::map<UseCase, std::vector<Transition>> const USECASE_STEPS{
+    {UseCase::RUNNING,
+     {{DISCONNECTED, CREATED}, {INVALID, CREATED}, {CREATED, STARTED}, {STARTED, RESUMED}, {STOPPED, STARTED},
+      {PAUSED, RESUMED}}},
+    {UseCase::PAUSE,
+     {{DISCONNECTED, CREATED}, {INVALID, CREATED}, {CREATED, STARTED}, {STARTED, PAUSED}, {STOPPED, STARTED},
+      {RESUMED, PAUSED}}},
+    {UseCase::DISABLEREASON,
+     {{DISCONNECTED, CREATED}, {INVALID, CREATED}, {CREATED, STARTED}, {STARTED, PAUSED}, {RESUMED, PAUSED},
+      {PAUSED, STOPPED}}},
+    {UseCase::DISCONNECT,
+     {{INVALID, DISCONNECTED}, {CREATED, DISCONNECTED}, {STARTED, DISCONNECTED}, {RESUMED, DISCONNECTED},
+      {PAUSED, DISCONNECTED}, {STOPPED, DISCONNECTED}}},
+    {UseCase::SHUTDOWN,
+     {{DISCONNECTED, DESTROYED}, {INVALID, DESTROYED}, {CREATED, DESTROYED}, {STARTED, DESTROYED},
+      {RESUMED, DESTROYED}, {PAUSED, DESTROYED}, {STOPPED, DESTROYED}}},
+};
+
 Requests conditionsOf(RunState from, RunState to) {
-    auto const table = buildTransitionTable();
-    return table->count({from, to}) ? table->at({from, to}) : Requests();
+    return TRANSITION_CONDITIONS.at({from, to});
 }
 
 // Starts the client and answers until it stands in `state`; forgets what was heard and asked.
@@ -35,6 +101,12 @@ void parkAt(ClientRig& rig, RunState state) {
     ASSERT_TRUE(rig.answerUntil(state));
     rig.recorder->take();
     rig.backend->takeRequested();
+}
+
+// The machine runs on the tables the factory hands over; a slip in one is a wrong walk.
+TEST(RunStateMachine, TheFactoryTablesAreTheWrittenOutOnes) {
+    EXPECT_EQ(*buildTransitionTable(), TRANSITION_CONDITIONS);
+    EXPECT_EQ(*buildUsecaseTable(), USECASE_STEPS);
 }
 
 TEST(RunStateMachine, TypicalStartWalksToResumedWhetherAnswersComeAtOnceLaterOrFromOtherThreads) {
@@ -185,7 +257,6 @@ TEST(RunStateMachine, SkippedConditionsAreNotWaitedFor) {
             skipped.push_back(condition);
         }
     }
-    using C = ConditionName;
     EXPECT_EQ(skipped, (std::vector<ConditionName>{C::SUBSCRIBED_TOKENMANAGEMENT, C::SUBSCRIBED_SERVICEMANAGEMENT,
                                                    C::SUBSCRIBED_SERVICEMANAGEMENT, C::CONNECTED_NETWORKING}));
 }
@@ -238,6 +309,75 @@ TEST(RunStateMachine, DisableReasonClearsOnlyWhenNoServiceIsDisabledAndKVSUpdate
 
     EXPECT_EQ(rig.client->updateKVSItem("color", "red"), KVS_ITEM_NOT_FOUND);
     EXPECT_TRUE(log.contains(LogLevel::Error, "No KVS item with key <color> existing. Ignoring call."));
+}
+
+// Asked directly, a transition is looked up whatever the machine stands at: listed ones have
+// their conditions requested, unlisted ones are refused in words and reported as "take it".
+TEST(RunStateMachine, RequestConditionsLooksTheTransitionUpWhateverTheCurrentState) {
+    LogCapture log;
+    ClientRig rig(Mode::LATER, std::make_unique<PreconditionTable>());
+    ASSERT_EQ(rig.client->getRunState(), INVALID);
+    log.clear();
+
+    EXPECT_FALSE(rig.client->requestConditions({DISCONNECTED, DESTROYED}));
+    EXPECT_EQ(log.messages(), (Lines{"State transition DISCONNECTED -> DESTROYED not allowed!", "No conditions found"}));
+    EXPECT_EQ(log.count(LogLevel::Error, "State transition DISCONNECTED -> DESTROYED not allowed!"), 1u);
+    EXPECT_EQ(log.count(LogLevel::Warning, "No conditions found"), 1u);
+    EXPECT_TRUE(rig.backend->takeRequested().empty());
+
+    log.clear();
+    EXPECT_TRUE(rig.client->requestConditions({PAUSED, STOPPED}));
+    EXPECT_TRUE(log.contains(LogLevel::Info, "Request state transition conditions for PAUSED -> STOPPED"));
+    EXPECT_EQ(rig.backend->takeRequested(), (Requests{{C::SUBSCRIBED_BACKENDJOBS, false}, {C::SUBSCRIBED_KVS, false},
+                                                       {C::SUBSCRIBED_PRIVACYSETUP, false}}));
+    EXPECT_EQ(rig.client->getRunState(), INVALID);
+}
+
+// The client hears a disable reason through the notifier and, inside that call, walks on with a
+// condition manager that answers at once: the run states it enters are queued, not nested, so
+// a service-data listener after it still hears the disable reason first.
+TEST(RunStateMachine, ConditionsAnsweredFromInsideAListenerQueueTheRunStatesBehindIt) {
+    ClientRig rig(Mode::AT_ONCE);
+    rig.client->startup();
+    ASSERT_EQ(rig.recorder->take(), (States{CREATED, STARTED, RESUMED}));
+    struct Order : IServiceDataListener, IRunStateListener {
+        void onDisableReasonChanged(std::string const& id, std::vector<std::string> const&) override {
+            heard.push_back("disable " + id);
+        }
+        void onRunStateChanged(RunState state) override { heard.push_back(std::to_string(static_cast<int>(state))); }
+        Lines heard;
+    };
+    auto const order = std::make_shared<Order>();
+    rig.notifier->addListener(std::weak_ptr<IServiceDataListener>(order));
+    rig.notifier->addListener(std::weak_ptr<IRunStateListener>(order));
+
+    rig.notifier->notifyDisableReason("nav", {"blocked"});
+    EXPECT_EQ(order->heard, (Lines{"disable nav", "4", "5"}));  // PAUSED, STOPPED
+    EXPECT_EQ(rig.recorder->take(), (States{PAUSED, STOPPED}));
+}
+
+// While one thread delivers a listener call that waits for a backend thread, that thread's
+// condition report moves the client and notifies the run state: it must get through.
+TEST(RunStateMachine, ABackendThreadReportingWhileAListenerWaitsForItDoesNotDeadlock) {
+    ClientRig rig(Mode::LATER);
+    parkAt(rig, RESUMED);
+    struct Waiter : IServiceDataListener {
+        void onDisableReasonChanged(std::string const&, std::vector<std::string> const&) override {
+            auto backend = std::async(std::launch::async, [this] { rig->backend->answerRound(); });
+            finished = backend.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+        }
+        ClientRig* rig = nullptr;
+        bool finished = false;
+    };
+    auto const waiter = std::make_shared<Waiter>();
+    waiter->rig = &rig;
+    rig.notifier->addListener(std::weak_ptr<IServiceDataListener>(waiter));  // after the client
+
+    rig.notifier->notifyDisableReason("nav", {"blocked"});
+    EXPECT_TRUE(waiter->finished);
+    EXPECT_EQ(rig.client->getRunState(), PAUSED);
+    ASSERT_TRUE(rig.answerUntil(STOPPED));
+    EXPECT_EQ(rig.recorder->take(), (States{PAUSED, STOPPED}));
 }
 
 }  // namespace

@@ -192,18 +192,38 @@ TEST_F(RsiEntryManagerTest, SetReportsFalseAtOnceForEveryFailureAndTrueNeverAfte
     EXPECT_TRUE(log.contains(LogLevel::Info, R"((Capability) c Response: {"error":"timeout"})"));
 }
 
-TEST_F(RsiEntryManagerTest, AnswersForAGoneEntryOrManagerAreDropped) {
+TEST_F(RsiEntryManagerTest, AnEntryOnlyItsPostingHoldsIsStillAnsweredAndReleasedOnceTheSetReported) {
     auto entry = capability("route", "1", true);
+    std::weak_ptr<RSIEntry> const watched = entry;
     manager->post({entry}, callback);
     entry.reset();
-    EXPECT_FALSE(wrapper->answer(0, 200, R"({"data":[]})"));  // the entry kept its own handler
+    ASSERT_TRUE(wrapper->answer(0, 200, R"({"data":[]})"));
+    ASSERT_EQ(wrapper->sent.size(), 2u);
+    ASSERT_TRUE(wrapper->answer(1, 201, "", "/capabilities/77"));
+    EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
+    // Answered: nothing keeps the entry or its handlers any more.
+    EXPECT_TRUE(watched.expired());
+    EXPECT_TRUE(wrapper->sent[1].handler.expired());
+}
 
-    auto const kept = capability("speed", "1", true);
-    manager->post({kept}, callback);
+TEST_F(RsiEntryManagerTest, NullEntriesAreSkippedAndDoNotKeepTheSetFromReporting) {
+    manager->post({nullptr, capability("route", "1", true), nullptr}, callback);
+    ASSERT_EQ(wrapper->sent.size(), 1u);
+    ASSERT_TRUE(wrapper->answer(0, 200, R"({"data":[{"id":"c-1","value":"1"}]})"));
+    EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
+
+    auto const nothing = std::make_shared<RecordingCallback>();
+    manager->post({nullptr}, nothing);
+    EXPECT_EQ(wrapper->sent.size(), 1u);
+    EXPECT_EQ(nothing->values.all(), std::vector<bool>{true});
+}
+
+TEST_F(RsiEntryManagerTest, AnAnswerAfterTheManagerIsGoneReportsTheEntryAsFailed) {
+    manager->post({capability("speed", "1", true)}, callback);
     manager.reset();
-    ASSERT_TRUE(wrapper->answer(1, 200, R"({"data":[]})"));
-    EXPECT_EQ(wrapper->sent.size(), 2u);
-    EXPECT_EQ(callback->values.size(), 0u);
+    ASSERT_TRUE(wrapper->answer(0, 200, R"({"data":[]})"));
+    EXPECT_EQ(wrapper->sent.size(), 1u);
+    EXPECT_EQ(callback->values.all(), std::vector<bool>{false});
 }
 
 TEST(RsiEntryManagerThroughTheWorker, CreatesAMissingKvsItemAndHandsItsIdOver) {

@@ -1,4 +1,5 @@
 #include "rsi/RSIRequest.h"
+#include "rsi/RSIResponseHandler.h"
 #include "rsi/RSISubscription.h"
 #include "support/InMemoryRsiClient.h"
 #include "support/LogCapture.h"
@@ -7,12 +8,15 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 namespace qel::test {
 namespace {
 
 using common::logging::Logger;
 using common::logging::LogLevel;
 using onlineservices::framework::core::RSIRequest;
+using onlineservices::framework::core::RSIResponseHandler;
 using onlineservices::framework::core::RSISubscription;
 using namespace rsi::client;
 
@@ -175,6 +179,29 @@ TEST_F(RsiJobTest, SubscriptionUnsubscribesAtTheClientExactlyOnceWhenItsLastRefe
     EXPECT_EQ(rsi->unsubscribed(), std::vector<std::uint32_t>{1001});
     EXPECT_TRUE(log.contains(LogLevel::Info, "Unsubscribing: <wrapper> 4 <rsiClient> 1001"));
     EXPECT_FALSE(rsi->pushData(1001, "[]"));
+
+    // Never made at the client (cancelled): released there all the same, with id 0.
+    log.clear();
+    auto cancelled = subscriptionJob(5);
+    cancelled->requestCancel();
+    cancelled->process();
+    cancelled.reset();
+    EXPECT_EQ(rsi->unsubscribed(), (std::vector<std::uint32_t>{1001, 0}));
+    EXPECT_EQ(log.messages(LogLevel::Info), std::vector<std::string>{"Unsubscribing: <wrapper> 5 <rsiClient> 0"});
+
+    // With the client gone there is nobody to release it at.
+    auto orphan = std::make_shared<RSISubscription>(request(RequestTypeSubscribeElement),
+                                                    std::weak_ptr<ISharedRsiClient>(), handler, handler, 6, logger);
+    orphan.reset();
+    EXPECT_EQ(rsi->unsubscribed().size(), 2u);
+    EXPECT_TRUE(log.contains(LogLevel::Warning, "RSI client expired"));
+}
+
+TEST_F(RsiJobTest, AResponseHandlerWithoutAFunctionIsAProgrammingErrorThatThrows) {
+    RSIResponseHandler empty{RSIResponseHandler::Function()};
+    RequestState const state(RequestStateSucceeded, "");
+    Response const response;
+    EXPECT_THROW(empty.handleResponse(state, response), std::bad_function_call);
 }
 
 TEST_F(RsiJobTest, OnlyWellFormedDataEventsReachTheEventHandler) {
