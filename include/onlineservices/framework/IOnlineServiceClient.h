@@ -36,13 +36,17 @@ public:
     virtual void stop() = 0;
     // The one listener that executes backend jobs; replaces an earlier one.
     virtual void setBackendJobListener(std::shared_ptr<IBackendJobListener> const& listener) = 0;
-    // Adds a listener; a listener added twice is called twice.
+    //@{
+    // Adds a listener, held weakly; a listener added twice is called twice. Register before
+    // `startup` to hear everything; never from inside a listener.
     virtual void addKVSListener(std::shared_ptr<IKVSListener> const& listener) = 0;
     virtual void addServiceDataListener(std::shared_ptr<IServiceDataListener> const& listener) = 0;
     virtual void addRunStateListener(std::shared_ptr<IRunStateListener> const& listener) = 0;
+    //@}
     // Writes the application's KVS item `key` to the backend; blocks until the backend answered
     // or a time-out of 3000 ms passed.
     virtual KVSUpdateStatus updateKVSItem(std::string const& key, std::string const& value) = 0;
+    // Stops a client that is still running; see the class contract for where to release it.
     virtual ~IOnlineServiceClient() = default;
 };
 

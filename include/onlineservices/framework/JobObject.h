@@ -25,6 +25,8 @@ public:
     // other members, a non-object or a null pointer leave the record as it is.
     void deserialize(qel::dataformats::data::Value const* element);
 
+    //@{
+    // The members read by `deserialize`; each `is...Set` flag tells whether its member was there.
     std::string id;
     bool isIdSet = false;
     std::int32_t jobIdentifier = 0;
@@ -37,6 +39,7 @@ public:
     bool isNameSet = false;
     std::string uri;
     bool isUriSet = false;
+    //@}
 
 private:
     qel::common::logging::Logger m_logger;

@@ -23,6 +23,8 @@ public:
     // other members, a non-object or a null pointer leave the record as it is.
     void deserialize(qel::dataformats::data::Value const* element);
 
+    //@{
+    // The members read by `deserialize`; each `is...Set` flag tells whether its member was there.
     std::string id;
     bool isIdSet = false;
     std::string name;
@@ -35,6 +37,7 @@ public:
     bool isValueSet = false;
     bool upToDate = false;
     bool isUpToDateSet = false;
+    //@}
 
 private:
     qel::common::logging::Logger m_logger;

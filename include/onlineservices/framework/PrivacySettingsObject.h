@@ -23,6 +23,7 @@ public:
     // Reads nothing: a change notice carries no content.
     void deserialize(qel::dataformats::data::Value const* element);
 
+    //@{
     // Never filled (see above).
     std::string groupId;
     bool isGroupIdSet = false;
@@ -30,6 +31,7 @@ public:
     bool isGroupNameSet = false;
     std::string status;
     bool isStatusSet = false;
+    //@}
 
 private:
     qel::common::logging::Logger m_logger;
