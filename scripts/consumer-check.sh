@@ -4,7 +4,8 @@
 #   scripts/consumer-check.sh            install build/default into a new temporary prefix first
 #   scripts/consumer-check.sh PREFIX     use an existing install (for example /usr from the .debs)
 # The application is tests/consumer; CONSUMER_DIR, CONSUMER_TARGET and CONSUMER_ARGS name another
-# one (a folder with a CMakeLists.txt using find_package and its .cpp files).
+# one (a folder with a CMakeLists.txt using find_package and its .cpp files), CONSUMER_EXPECT a
+# line its output must hold (default: "qel online services framework <version>").
 set -euo pipefail
 cd "$(dirname "$0")/.."
 consumer_dir="$(realpath "${CONSUMER_DIR:-tests/consumer}")"
@@ -38,7 +39,7 @@ g++ -std=c++17 -O1 -o "$work/consumer-pkgconfig" "$consumer_dir"/*.cpp \
   $(pkg-config --cflags --libs qel.onlineservices.framework)
 echo "consumer-check: built with pkg-config: $(pkg-config --libs qel.onlineservices.framework)"
 
-expected="qel online services framework $(pkg-config --modversion qel.onlineservices.framework)"
+expected="${CONSUMER_EXPECT:-qel online services framework $(pkg-config --modversion qel.onlineservices.framework)}"
 for program in "$work/cmake/$consumer_target" "$work/consumer-pkgconfig"; do
   # Every library of ours must come from the prefix, none from a build tree.
   stray="$(env -u LD_LIBRARY_PATH LD_LIBRARY_PATH="$libdir" ldd "$program" | grep 'libqel' | grep -v "=> $libdir/" || true)"
