@@ -5,7 +5,8 @@
 // application's entries, follows its subscriptions and reports through the listeners. All
 // operations are called on the application's thread, return without waiting for the backend
 // (except `updateKVSItem`) and report failures through the log and their result, never by
-// throwing. Listeners are held weakly: the application owns them. Release the client on the
+// throwing. None of them may be called from inside a listener (a framework thread). Listeners
+// are held weakly: the application owns them. Release the client on the
 // application's thread, never from inside a listener: its destructor waits for the framework's
 // threads to finish what they are doing.
 #pragma once

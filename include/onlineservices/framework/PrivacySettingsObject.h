@@ -4,6 +4,9 @@
 // does not say what the group now holds. `deserialize` therefore reads nothing, and every field
 // reaches the listener empty with its flag false. The fields exist so that the record keeps the
 // shape of the other records. Handed to listeners as a shared pointer and only read from then on.
+//
+// Threads: read it on any thread, for as long as you hold the pointer; never change a record
+// you received, since other listeners share it.
 #pragma once
 
 #include <onlineservices/framework/Export.h>

@@ -4,6 +4,9 @@
 // then handed to listeners as a shared pointer and only read from then on. Every setter also sets
 // the field's flag. Getters of texts and lists return copies. The service id is the entry's
 // "name"; the access token is the URI of the service's token resource, not a token.
+//
+// Threads: read it on any thread, for as long as you hold the pointer; never change a record
+// you received, since other listeners share it.
 #pragma once
 
 #include <onlineservices/framework/Export.h>
