@@ -8,6 +8,7 @@ packages=(
   nlohmann-json3-dev libinih-dev libboost-dev libdlt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   python3 dbus
+  doxygen dpkg-dev file
 )
 
 missing=()

@@ -5,7 +5,8 @@
 // application's entries, follows its subscriptions and reports through the listeners. All
 // operations are called on the application's thread, return without waiting for the backend
 // (except `updateKVSItem`) and report failures through the log and their result, never by
-// throwing. Listeners are held weakly: the application owns them. Release the client on the
+// throwing. None of them may be called from inside a listener (a framework thread). Listeners
+// are held weakly: the application owns them. Release the client on the
 // application's thread, never from inside a listener: its destructor waits for the framework's
 // threads to finish what they are doing.
 #pragma once
@@ -36,13 +37,17 @@ public:
     virtual void stop() = 0;
     // The one listener that executes backend jobs; replaces an earlier one.
     virtual void setBackendJobListener(std::shared_ptr<IBackendJobListener> const& listener) = 0;
-    // Adds a listener; a listener added twice is called twice.
+    //@{
+    // Adds a listener, held weakly; a listener added twice is called twice. Register before
+    // `startup` to hear everything; never from inside a listener.
     virtual void addKVSListener(std::shared_ptr<IKVSListener> const& listener) = 0;
     virtual void addServiceDataListener(std::shared_ptr<IServiceDataListener> const& listener) = 0;
     virtual void addRunStateListener(std::shared_ptr<IRunStateListener> const& listener) = 0;
+    //@}
     // Writes the application's KVS item `key` to the backend; blocks until the backend answered
     // or a time-out of 3000 ms passed.
     virtual KVSUpdateStatus updateKVSItem(std::string const& key, std::string const& value) = 0;
+    // Stops a client that is still running; see the class contract for where to release it.
     virtual ~IOnlineServiceClient() = default;
 };
 

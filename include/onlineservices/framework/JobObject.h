@@ -4,6 +4,9 @@
 // then handed to listeners as a shared pointer and only read from then on. The backend carries the
 // job's type in its "name" member, so `name` and `jobType` always hold the same text and are set
 // together. A member of the wrong kind gives an empty value (0 for the identifier).
+//
+// Threads: read it on any thread, for as long as you hold the pointer; never change a record
+// you received, since other listeners share it.
 #pragma once
 
 #include <onlineservices/framework/Export.h>
@@ -25,6 +28,8 @@ public:
     // other members, a non-object or a null pointer leave the record as it is.
     void deserialize(qel::dataformats::data::Value const* element);
 
+    //@{
+    // The members read by `deserialize`; each `is...Set` flag tells whether its member was there.
     std::string id;
     bool isIdSet = false;
     std::int32_t jobIdentifier = 0;
@@ -37,6 +42,7 @@ public:
     bool isNameSet = false;
     std::string uri;
     bool isUriSet = false;
+    //@}
 
 private:
     qel::common::logging::Logger m_logger;

@@ -3,6 +3,9 @@
 // Contract: created empty (every flag false), filled once by `deserialize` from the item element,
 // then handed to listeners as a shared pointer and only read from then on. A field whose member
 // was absent stays empty with its flag false; a member of the wrong kind gives an empty value.
+//
+// Threads: read it on any thread, for as long as you hold the pointer; never change a record
+// you received, since other listeners share it.
 #pragma once
 
 #include <onlineservices/framework/Export.h>
@@ -23,6 +26,8 @@ public:
     // other members, a non-object or a null pointer leave the record as it is.
     void deserialize(qel::dataformats::data::Value const* element);
 
+    //@{
+    // The members read by `deserialize`; each `is...Set` flag tells whether its member was there.
     std::string id;
     bool isIdSet = false;
     std::string name;
@@ -35,6 +40,7 @@ public:
     bool isValueSet = false;
     bool upToDate = false;
     bool isUpToDateSet = false;
+    //@}
 
 private:
     qel::common::logging::Logger m_logger;

@@ -13,19 +13,20 @@ namespace qel::onlineservices::framework::core {
 
 // A job the application can execute on behalf of the backend.
 struct JobEntry {
-    std::string name;
-    std::string payloadSchema;
-    std::string serviceId;
+    std::string name;           // the job's name, as the backend sends it with each job
+    std::string payloadSchema;  // the schema of the job's payload
+    std::string serviceId;      // the service the job belongs to
 };
 
 // An operation the application offers to the backend.
 struct OperationEntry {
-    std::string name;
-    std::string payloadFormat;
-    std::string payloadSchema;
-    std::string serviceId;
+    std::string name;           // the operation's name
+    std::string payloadFormat;  // the format of the operation's payload
+    std::string payloadSchema;  // the schema of the operation's payload
+    std::string serviceId;      // the service the operation belongs to
 };
 
+// The application's description of itself, handed to the factory.
 struct OnlineServiceClientConfig {
     // The application's service identifiers; at least one. The first one names the loggers.
     std::vector<std::string> serviceIds;
@@ -35,7 +36,7 @@ struct OnlineServiceClientConfig {
     std::vector<std::shared_ptr<JobEntry>> jobEntries;
     // Operation entries to post; no element may be null.
     std::vector<std::shared_ptr<OperationEntry>> operationEntries;
-    // Capabilities to post: key "<serviceHostSystem>.<serviceId>.<name>" and value.
+    // Capabilities to post: key `<serviceHostSystem>.<serviceId>.<name>` and value.
     std::vector<std::pair<std::string, std::string>> capabilities;
     // Keys of the key-value-storage items the application owns.
     std::vector<std::string> kvsItems;

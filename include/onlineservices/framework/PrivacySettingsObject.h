@@ -4,6 +4,9 @@
 // does not say what the group now holds. `deserialize` therefore reads nothing, and every field
 // reaches the listener empty with its flag false. The fields exist so that the record keeps the
 // shape of the other records. Handed to listeners as a shared pointer and only read from then on.
+//
+// Threads: read it on any thread, for as long as you hold the pointer; never change a record
+// you received, since other listeners share it.
 #pragma once
 
 #include <onlineservices/framework/Export.h>
@@ -23,6 +26,7 @@ public:
     // Reads nothing: a change notice carries no content.
     void deserialize(qel::dataformats::data::Value const* element);
 
+    //@{
     // Never filled (see above).
     std::string groupId;
     bool isGroupIdSet = false;
@@ -30,6 +34,7 @@ public:
     bool isGroupNameSet = false;
     std::string status;
     bool isStatusSet = false;
+    //@}
 
 private:
     qel::common::logging::Logger m_logger;

@@ -5,6 +5,8 @@
 
 namespace qel::onlineservices::framework {
 
+// The version of the library loaded at run time (which may be newer than the headers); callable
+// from any thread, at any time.
 QEL_OSF_EXPORT char const* frameworkVersion();
 
 }  // namespace qel::onlineservices::framework

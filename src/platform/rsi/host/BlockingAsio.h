@@ -11,6 +11,9 @@
 #include <chrono>
 #include <string>
 
+// Hidden: these carry Boost types, which the library must not export.
+#pragma GCC visibility push(hidden)
+
 namespace qel::rsi::client::host {
 
 // Starts one operation through `start(handler)` and runs `ioc` until it has completed.
@@ -47,3 +50,5 @@ inline boost::beast::error_code resolveWithin(boost::asio::io_context& ioc, std:
 }
 
 }  // namespace qel::rsi::client::host
+
+#pragma GCC visibility pop

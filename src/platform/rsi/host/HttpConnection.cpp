@@ -80,7 +80,8 @@ bool fillResponse(common::logging::Logger const& logger, std::string const& desc
 
 }  // namespace
 
-struct HttpConnection::Impl {
+// Hidden: its members carry Boost types, which the library must not export.
+struct __attribute__((visibility("hidden"))) HttpConnection::Impl {
     Impl(RsiEndpoint endpointIn, std::uint32_t timeoutMs, std::size_t maxBytes)
         : endpoint(std::move(endpointIn)), timeout(timeoutMs), maxMessageBytes(maxBytes) {}
 

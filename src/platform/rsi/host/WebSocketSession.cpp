@@ -56,7 +56,8 @@ private:
 }  // namespace
 
 // Everything below `connect` runs on the reader thread only, so it needs no lock.
-struct WebSocketSession::Impl {
+// Hidden: its members carry Boost types, which the library must not export.
+struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
     Impl(RsiEndpoint endpointIn, std::size_t maxBytes, Callbacks callbacksIn)
         : endpoint(std::move(endpointIn)), maxMessageBytes(maxBytes), callbacks(std::move(callbacksIn)) {}
 

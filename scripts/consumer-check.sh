@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Builds an application against an installed framework, once through its CMake package and once
+# through pkg-config, and runs both with only the install's library folder on the library path.
+#   scripts/consumer-check.sh            install build/default into a new temporary prefix first
+#   scripts/consumer-check.sh PREFIX     use an existing install (for example /usr from the .debs)
+# The application is tests/consumer; CONSUMER_DIR, CONSUMER_TARGET and CONSUMER_ARGS name another
+# one (a folder with a CMakeLists.txt using find_package and its .cpp files), CONSUMER_EXPECT a
+# line its output must hold (default: "qel online services framework <version>").
+set -euo pipefail
+cd "$(dirname "$0")/.."
+consumer_dir="$(realpath "${CONSUMER_DIR:-tests/consumer}")"
+consumer_target="${CONSUMER_TARGET:-consumer}"
+read -r -a consumer_args <<<"${CONSUMER_ARGS:-}"
+
+work="$(mktemp -d)"
+trap 'rm -rf "$work"' EXIT
+if [ $# -ge 1 ]; then
+  prefix="$(realpath "$1")"
+else
+  prefix="$work/prefix"
+  cmake --install build/default --prefix "$prefix" >/dev/null
+fi
+
+library="$(find "$prefix" -name 'libqel.onlineservices.framework.so.*' -print -quit 2>/dev/null || true)"
+[ -n "$library" ] || { echo "consumer-check: no framework library below $prefix" >&2; exit 1; }
+libdir="$(dirname "$library")"
+echo "consumer-check: prefix $prefix, libraries in $libdir"
+
+# Without a run path in the program, so that the library path is what finds the libraries.
+cmake -S "$consumer_dir" -B "$work/cmake" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF -DCMAKE_SKIP_RPATH=ON >/dev/null
+cmake --build "$work/cmake" >/dev/null
+echo "consumer-check: built with find_package"
+
+export PKG_CONFIG_PATH="$libdir/pkgconfig"
+pkg-config --validate qel.onlineservices.framework
+# shellcheck disable=SC2046
+g++ -std=c++17 -O1 -o "$work/consumer-pkgconfig" "$consumer_dir"/*.cpp \
+  $(pkg-config --cflags --libs qel.onlineservices.framework)
+echo "consumer-check: built with pkg-config: $(pkg-config --libs qel.onlineservices.framework)"
+
+expected="${CONSUMER_EXPECT:-qel online services framework $(pkg-config --modversion qel.onlineservices.framework)}"
+for program in "$work/cmake/$consumer_target" "$work/consumer-pkgconfig"; do
+  # Every library of ours must come from the prefix, none from a build tree.
+  stray="$(env -u LD_LIBRARY_PATH LD_LIBRARY_PATH="$libdir" ldd "$program" | grep 'libqel' | grep -v "=> $libdir/" || true)"
+  if [ -n "$stray" ]; then
+    echo "consumer-check: $program loads libraries from outside $libdir:" >&2
+    echo "$stray" >&2
+    exit 1
+  fi
+  output="$(env -u LD_LIBRARY_PATH LD_LIBRARY_PATH="$libdir" "$program" "${consumer_args[@]}")"
+  if ! grep -qxF "$expected" <<<"$output"; then
+    echo "consumer-check: $program did not print \"$expected\":" >&2
+    echo "$output" >&2
+    exit 1
+  fi
+  echo "consumer-check: ran $(basename "$program"): $(head -n 1 <<<"$output")"
+done
+echo "consumer-check: passed"

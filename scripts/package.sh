@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Builds the Debian packages (runtime, -dev, tools) from the default build tree, lists them and
+# checks what they hold.
+#   scripts/package.sh [OUTPUT_DIR]      default: build/packages
+# Install them on a Debian 12 machine with: apt install ./OUTPUT_DIR/*.deb
+set -euo pipefail
+cd "$(dirname "$0")/.."
+out="$(realpath -m "${1:-build/packages}")"
+
+bash scripts/setup.sh
+[ -f build/default/CPackConfig.cmake ] || cmake --preset default >/dev/null
+cmake --build --preset default >/dev/null
+rm -rf "$out"
+mkdir -p "$out"
+cpack --config build/default/CPackConfig.cmake -B "$out" >/dev/null
+rm -rf "$out/_CPack_Packages"
+
+failures=0
+fail() { echo "FAIL $*"; failures=$((failures + 1)); }
+
+declare -A deb
+for kind in runtime dev tools; do
+  case $kind in
+    runtime) pattern='libqel-onlineservices-framework[0-9]*_*.deb' ;;
+    dev) pattern='libqel-onlineservices-framework-dev_*.deb' ;;
+    tools) pattern='qel-onlineservices-framework-tools_*.deb' ;;
+  esac
+  deb[$kind]="$(find "$out" -maxdepth 1 -name "$pattern" -print -quit)"
+  [ -n "${deb[$kind]}" ] || fail "no $kind package in $out"
+done
+[ "$failures" -eq 0 ] || exit 1
+
+for kind in runtime dev tools; do
+  file="${deb[$kind]}"
+  echo "== $(basename "$file")"
+  dpkg-deb -f "$file" Package Version Depends
+  dpkg-deb -c "$file" | awk '{print "   " $6 ($7 ? " " $7 " " $8 : "")}'
+  # Maintainer scripts: none, except the runtime package's postinst and postrm running ldconfig.
+  control="$(mktemp -d)"
+  dpkg-deb -e "$file" "$control"
+  for script in "$control"/*; do
+    case "$(basename "$script")" in
+      control | md5sums | shlibs | triggers) ;;
+      postinst | postrm)
+        extra="$(grep -vE '^(#!/bin/sh|set -e|if \[ "\$1" = "(configure|remove)" \]; then|[[:space:]]*ldconfig|fi|)$' "$script" || true)"
+        [ -z "$extra" ] || fail "$kind package's $(basename "$script") does more than ldconfig: $extra" ;;
+      *) fail "$kind package has the maintainer script $(basename "$script")" ;;
+    esac
+  done
+  rm -rf "$control"
+done
+
+contents() { dpkg-deb -c "${deb[$1]}" | awk '{print $6}'; }
+# Test helpers, static archives and benchmarks never ship.
+for kind in runtime dev tools; do
+  stray="$(contents "$kind" | grep -E '(^|/)[^/]*(test|gtest|gmock|benchmark|fuzz)[^/]*$|\.a$' || true)"
+  [ -z "$stray" ] || fail "$kind package ships $stray"
+done
+contents runtime | grep -qE '/libqel\.onlineservices\.framework\.so\.[0-9]+$' || fail "runtime package lacks the framework's SONAME link"
+! contents runtime | grep -qE '\.so$|/include/|\.pc$|/bin/' || fail "runtime package holds development files or programs"
+contents dev | grep -q '/include/onlineservices/framework/Version.h$' || fail "dev package lacks the public headers"
+contents dev | grep -q '/cmake/qel_onlineservices_framework/qel_onlineservices_frameworkConfigVersion.cmake$' || fail "dev package lacks the CMake package"
+for library in $(contents runtime | grep -oE 'libqel[^/]*\.so\.[0-9]+$'); do
+  name="${library#lib}"
+  name="${name%.so.*}"
+  contents dev | grep -q "/pkgconfig/$name.pc$" || fail "dev package lacks $name.pc"
+  contents dev | grep -q "/lib$name.so$" || fail "dev package lacks the link lib$name.so"
+done
+contents tools | grep -q '/bin/qel-backend-sim$' || fail "tools package lacks qel-backend-sim"
+
+# The shipped libraries, as packaged (stripped), export nothing but our own code.
+unpacked="$(mktemp -d)"
+trap 'rm -rf "$unpacked"' EXIT
+dpkg-deb -x "${deb[runtime]}" "$unpacked"
+mapfile -t libraries < <(find "$unpacked" -type f -name 'lib*.so.*')
+scripts/check-exports.sh "${libraries[@]}" | sed "s|$unpacked||" || fail "a packaged library exports foreign symbols"
+
+[ "$failures" -eq 0 ] || { echo "package: $failures check(s) failed"; exit 1; }
+echo "package: $(find "$out" -maxdepth 1 -name '*.deb' | wc -l) packages in $out, all checks passed"

@@ -1,0 +1,23 @@
+// A first program against the installed framework: prints the library's version and reads one
+// backend record, so that the public headers, the platform headers they include and every
+// library behind them are found from the install prefix alone.
+#include <onlineservices/framework/RunState.h>
+#include <onlineservices/framework/ServiceObject.h>
+#include <onlineservices/framework/Version.h>
+
+#include "dataformats/Json.h"
+
+#include <iostream>
+
+using namespace qel::onlineservices::framework;
+
+int main() {
+    std::cout << "qel online services framework " << frameworkVersion() << "\n";
+
+    auto entry = qel::dataformats::json::parse(R"({"name":"demoservice","baseUrl":"https://demo.invalid"})");
+    dataitems::ServiceObject service;
+    service.deserialize(entry.get());
+    std::cout << service.getServiceId() << " at " << service.getBaseUrl() << ", run state "
+              << static_cast<unsigned>(core::RunState::RESUMED) << "\n";
+    return service.getBaseUrl() == "https://demo.invalid" ? 0 : 1;
+}
