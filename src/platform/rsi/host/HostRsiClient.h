@@ -5,11 +5,12 @@
 // keep-alive connection. A request that could not be sent (name lookup, connection refused or
 // reset before writing) is answered 503, which the framework retries; one sent but not answered
 // in time, broken off or answered too big is answered like a gateway time-out (504) and never
-// sent again. Subscriptions share one
-// WebSocket with its own reader thread, on which events are delivered; when it closes, each live
-// subscription gets one {"type":"error"} event. Messages are bounded by `maxMessageBytes`. The
-// client may be released on its reader thread ("rsi-ws-reader") by a handler; that thread then
-// ends on its own and is joined later (see `WebSocketSession`).
+// sent again. Subscriptions share one WebSocket with its own reader thread, on which events are
+// delivered; when it closes, each live subscription gets one {"type":"error"} event. Messages
+// are bounded by `maxMessageBytes`. Name lookups of the endpoint's host run on lookup threads
+// ("rsi-resolve") and are bounded by the time-outs too. The client may be released on its reader
+// thread ("rsi-ws-reader") by a handler; that thread then ends on its own and is joined later
+// (see `WebSocketSession`).
 #pragma once
 
 #include "rsi/ISharedRsiClient.h"
