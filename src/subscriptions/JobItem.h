@@ -61,6 +61,7 @@ private:
     // The answer to the acknowledgement of job `id`.
     void acknowledgeAnswered(std::string const& id, qel::rsi::client::RequestState const& state,
                              qel::rsi::client::Response const& response);
+    // Logs the backend's verdict on an acknowledgement; true when it took it.
     bool isAcknowledgeSuccess(qel::rsi::client::RequestState const& state,
                               qel::rsi::client::Response const& response) const;
 
