@@ -1,6 +1,7 @@
 #include "SubscriptionTestRig.h"
 
 #include "subscriptions/JobItem.h"
+#include "support/ManualClock.h"
 
 namespace qel::test {
 namespace {
@@ -61,6 +62,23 @@ TEST_F(JobItemTest, FailedAcknowledgementIsRedoneWhenTheBackendListsTheJobAgain)
     push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");
     EXPECT_EQ(listener->times("job j1 nav"), 3u);
     EXPECT_EQ(acknowledgements().size(), 4u);
+}
+
+TEST_F(JobItemTest, JobSentAgainWhileItsAcknowledgementIsRetriedIsNotNotifiedTwice) {
+    ManualClock clock;
+    subscribe(*item);
+    rsi->replyTo({RequestTypePostElement}, Reply(500), 1);
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");
+    drain();  // answered 500: the wrapper retries it in 10 s
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Job List/nav) Job j1 acknowledge pending, ignoring"));
+
+    clock.advance(10001);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Job List/nav) Job j1 already acknowledged, ignoring"));
+    EXPECT_EQ(listener->whats(), std::vector<std::string>{"job j1 nav"});
+    EXPECT_EQ(acknowledgements().size(), 2u);  // the first try and its retry
 }
 
 TEST_F(JobItemTest, AThousandOpenJobsSentAgainAreNotNotifiedAgain) {
