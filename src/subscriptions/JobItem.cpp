@@ -3,7 +3,7 @@
 #include "rsi/RequestState.h"
 #include "rsi/RequestType.h"
 
-#include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 namespace qel::onlineservices::framework::core {
@@ -45,6 +45,12 @@ void JobItem::handleEventResource(SubscriptionIndex /*index*/, std::shared_ptr<V
     Ref const data = Ref(value.get())("data");
     unsigned long const count = data.getArraySize();
     m_logger << LogLevel::Info << m_description << " Received " << count << " Backendjob Object(s)";
+    std::set<std::string> listed;
+    for (unsigned long i = 0; i < count; ++i) {
+        listed.insert(data[i]("id").asString());
+    }
+    // The event lists every open job: a confirmed job that is no longer among them is done.
+    forgetUnlisted(listed);
     for (unsigned long i = 0; i < count; ++i) {
         processData(data[i]);
     }
@@ -84,8 +90,7 @@ void JobItem::processData(Ref const& job) {
         return;
     }
     std::string const id = job("id").asString();
-    if (!markHandled(id)) {
-        m_logger << LogLevel::Info << m_description << " Job " << id << " already handled, ignoring";
+    if (!reserve(id)) {
         return;
     }
     auto const record = std::make_shared<JobObject>();
@@ -113,15 +118,29 @@ void JobItem::processData(Ref const& job) {
     }
 }
 
-bool JobItem::markHandled(std::string const& id) {
-    if (std::find(m_handledJobIds.begin(), m_handledJobIds.end(), id) != m_handledJobIds.end()) {
-        return false;
+bool JobItem::reserve(std::string const& id) {
+    char const* reason = nullptr;
+    {
+        MutexGuard guard(m_jobsLock);
+        if (m_confirmedJobs.count(id) != 0) {
+            reason = " already acknowledged, ignoring";
+        } else if (m_pendingAcks.count(id) != 0) {
+            reason = " acknowledge pending, ignoring";
+        } else {
+            m_pendingAcks[id];  // its handler follows with the acknowledgement
+        }
     }
-    m_handledJobIds.push_back(id);
-    if (m_handledJobIds.size() > HANDLED_JOBS_KEPT) {
-        m_handledJobIds.pop_front();
+    if (reason != nullptr) {
+        m_logger << LogLevel::Info << m_description << " Job " << id << reason;
     }
-    return true;
+    return reason == nullptr;
+}
+
+void JobItem::forgetUnlisted(std::set<std::string> const& listed) {
+    MutexGuard guard(m_jobsLock);
+    for (auto job = m_confirmedJobs.begin(); job != m_confirmedJobs.end();) {
+        job = listed.count(*job) == 0 ? m_confirmedJobs.erase(job) : std::next(job);
+    }
 }
 
 std::string JobItem::ackText(BackendJobAcknowledgeCode code) const {
@@ -146,8 +165,56 @@ void JobItem::acknowledgeJob(std::string const& id, BackendJobAcknowledgeCode co
     request->element = id;
     request->contentType = "application/json";
     request->data = std::move(body);
+    // One handler per acknowledgement, so that its answer names the job it belongs to.
+    std::weak_ptr<JobItem> const self = std::static_pointer_cast<JobItem>(weak_from_this().lock());
+    auto const handler = std::make_shared<RSIResponseHandler>(
+        [self, id](qel::rsi::client::RequestState const& state, qel::rsi::client::Response const& response) {
+            if (auto const item = self.lock()) {
+                item->acknowledgeAnswered(id, state, response);
+            }
+        });
+    {
+        MutexGuard guard(m_jobsLock);
+        m_pendingAcks[id] = handler;
+    }
     m_logger << LogLevel::Info << m_description << " Sent job acknowledge (uuid : " << id << "| ackCode : " << text;
-    sendRequest(request);
+    if (!sendRequest(request, handler)) {
+        MutexGuard guard(m_jobsLock);
+        m_pendingAcks.erase(id);
+    }
+}
+
+bool JobItem::isAcknowledgeSuccess(qel::rsi::client::RequestState const& state,
+                                   qel::rsi::client::Response const& response) const {
+    std::int16_t const status = response.getStatus();
+    if (state.value == qel::rsi::client::RequestStateSucceeded && (status == HTTP_OK || status == HTTP_CREATED)) {
+        m_logger << LogLevel::Info << m_description << " Job acknowledge succeededed";
+        return true;
+    }
+    m_logger << LogLevel::Error << m_description << " Job acknowledge failed with state " << status;
+    return false;
+}
+
+void JobItem::acknowledgeAnswered(std::string const& id, qel::rsi::client::RequestState const& state,
+                                  qel::rsi::client::Response const& response) {
+    bool const succeeded = isAcknowledgeSuccess(state, response);
+    std::shared_ptr<RSIResponseHandler> answered;  // released outside the lock
+    {
+        MutexGuard guard(m_jobsLock);
+        auto const pending = m_pendingAcks.find(id);
+        if (pending != m_pendingAcks.end()) {
+            answered = std::move(pending->second);
+            m_pendingAcks.erase(pending);
+        }
+        if (succeeded) {
+            m_confirmedJobs.insert(id);
+        }
+    }
+    if (!succeeded) {
+        // Not remembered: the job is taken again when the backend lists it again.
+        m_logger << LogLevel::Warning << m_description << " Job " << id
+                 << " will be handled again when the backend lists it again";
+    }
 }
 
 void JobItem::handleResponse(qel::rsi::client::RequestState const& state, qel::rsi::client::Response const& response) {
@@ -156,12 +223,8 @@ void JobItem::handleResponse(qel::rsi::client::RequestState const& state, qel::r
         subscribeElement();
         return;
     }
-    std::int16_t const status = response.getStatus();
-    if (state.value == qel::rsi::client::RequestStateSucceeded && (status == HTTP_OK || status == HTTP_CREATED)) {
-        m_logger << LogLevel::Info << m_description << " Job acknowledge succeededed";
-    } else {
-        m_logger << LogLevel::Error << m_description << " Job acknowledge failed with state " << status;
-    }
+    // Acknowledgements are answered through their own handlers; this one knows no job.
+    isAcknowledgeSuccess(state, response);
 }
 
 void JobItem::subscribeElement() {

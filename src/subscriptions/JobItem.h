@@ -3,22 +3,24 @@
 //
 // Contract: every job of a resource event is looked at, in order. A job is taken only when its
 // "name" is the service id, its "messageId" (when present) contains "005F/" and it carries no
-// "jobAcknowledgeState" yet; each taken job is acknowledged exactly once (also when the backend
-// repeats it before the acknowledgement arrived), with "unknownError" when no listener answered
-// or the listener threw. Acknowledgements are not retried. Any subscription answer leaves the
-// item marked subscribed.
+// "jobAcknowledgeState" yet. A taken job is acknowledged with the listener's answer, or with
+// "unknownError" when no listener answered or the listener threw. The item does not retry an
+// acknowledgement itself: a job whose acknowledgement failed is taken again (listener and
+// acknowledgement) when the backend lists it again. A job is not taken again while its
+// acknowledgement awaits its answer, nor after the backend confirmed it, for as long as the
+// backend keeps listing it. Any subscription answer leaves the item marked subscribed.
 #pragma once
 
+#include "rsi/RSIResponseHandler.h"
 #include "subscriptions/SubscriptionBaseItem.h"
 
 #include <onlineservices/framework/BackendJobAcknowledgeCode.h>
 #include <onlineservices/framework/JobObject.h>
 
-#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 namespace qel::onlineservices::framework::core {
@@ -30,9 +32,6 @@ public:
     static constexpr char const* DESCRIPTION_NAME = "Job List";
     static constexpr char const* HOST_SYSTEM_MARK = "005F/";
     static constexpr std::uint32_t ACKNOWLEDGE_REQUEST_ID = 6;
-    // How many handled job ids are remembered against a backend that repeats a job before its
-    // acknowledgement has arrived.
-    static constexpr std::size_t HANDLED_JOBS_KEPT = 256;
     // The acknowledgement texts the backend understands.
     static std::map<BackendJobAcknowledgeCode, std::string> const m_ackCodeMap;
 
@@ -55,13 +54,26 @@ private:
     // Name, origin and acknowledgement checks; logs why a job is not taken.
     bool isNewJobForUs(Ref const& job) const;
     std::string ackText(BackendJobAcknowledgeCode code) const;
-    // Remembers `id`; false when it was handled already.
-    bool markHandled(std::string const& id);
+    // Reserves `id` for handling; false while its acknowledgement is pending or confirmed.
+    bool reserve(std::string const& id);
+    // Forgets confirmed jobs the backend no longer lists.
+    void forgetUnlisted(std::set<std::string> const& listed);
+    // The answer to the acknowledgement of job `id`.
+    void acknowledgeAnswered(std::string const& id, qel::rsi::client::RequestState const& state,
+                             qel::rsi::client::Response const& response);
+    // Logs the backend's verdict on an acknowledgement; true when it took it.
+    bool isAcknowledgeSuccess(qel::rsi::client::RequestState const& state,
+                              qel::rsi::client::Response const& response) const;
 
     std::string const m_serviceId;
     mutable qel::common::system::Mutex m_dataLock;
     std::shared_ptr<dataitems::JobObject> m_data;  // guarded by m_dataLock
-    std::deque<std::string> m_handledJobIds;        // queue thread only; oldest first
+    // Answers arrive on the wrapper's thread, events on the queue thread.
+    mutable qel::common::system::Mutex m_jobsLock;
+    // Acknowledgements awaiting their answer, with the handler that keeps the answer's way open
+    // (the wrapper holds handlers weakly). Guarded by m_jobsLock.
+    std::map<std::string, std::shared_ptr<RSIResponseHandler>> m_pendingAcks;
+    std::set<std::string> m_confirmedJobs;  // guarded by m_jobsLock
 };
 
 }  // namespace qel::onlineservices::framework::core

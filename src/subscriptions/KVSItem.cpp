@@ -72,7 +72,8 @@ std::shared_ptr<Request> KVSItem::makeRequest(std::uint32_t type, std::uint32_t 
 }
 
 void KVSItem::handleEventElement(std::shared_ptr<Value> const& value) {
-    Ref const data = elementData(Ref(value.get()));
+    // Taken as it came: an array here is no item event, whatever the token item puts up with.
+    Ref const data = Ref(value.get())("data");
     if (data("upToDate").asBoolean()) {
         m_logger << LogLevel::Info << m_description << " Received event with upToDate true, notifying clients";
         processData(data);

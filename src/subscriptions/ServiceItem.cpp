@@ -72,7 +72,7 @@ void ServiceItem::passTokenUri(ServiceObject const& record) {
     std::shared_ptr<IURIHandler> handler;
     {
         MutexGuard guard(m_dataLock);
-        handler = m_tokenHandler.lock();
+        handler = m_tokenHandler;
     }
     if (!handler) {
         m_logger << LogLevel::Warning << m_description << " No token handler found!";

@@ -32,7 +32,7 @@ public:
     std::string const& getServiceId() const { return m_serviceId; }
     std::shared_ptr<dataitems::ServiceObject> getData() const;
     bool hasDisableReasons() const { return m_hasDisableReasons.load(); }
-    // Held weakly: the token item is owned by whoever built both.
+    // Held strongly: the token URI must reach the token item for as long as this item lives.
     void setTokenHandler(std::shared_ptr<IURIHandler> const& handler);
 
     void processData(Ref const& element) override;
@@ -54,8 +54,8 @@ private:
     mutable qel::common::system::Mutex m_dataLock;
     std::shared_ptr<dataitems::ServiceObject> m_data;  // guarded by m_dataLock
     std::atomic<bool> m_hasDisableReasons{false};
-    std::weak_ptr<IURIHandler> m_tokenHandler;  // guarded by m_dataLock
-    bool m_missingEntryReported = false;        // queue thread only
+    std::shared_ptr<IURIHandler> m_tokenHandler;  // guarded by m_dataLock
+    bool m_missingEntryReported = false;          // queue thread only
 };
 
 }  // namespace qel::onlineservices::framework::core

@@ -48,15 +48,24 @@ void SubscriptionBaseItem::describe(std::string const& name, char const* service
 
 void SubscriptionBaseItem::subscribe(RSISubscriptionCallback const& callback) {
     m_logger << LogLevel::Info << m_description << " subscribe";
-    m_isWanted.store(true);
-    m_subscriptionCallback.setFunction(callback.getFunction());
+    {
+        MutexGuard guard(m_confirmLock);
+        m_isWanted.store(true);
+        m_subscriptionCallback.setFunction(callback.getFunction());
+        m_answerOwed = true;
+    }
     subscribeResource();
 }
 
 void SubscriptionBaseItem::unsubscribe(RSISubscriptionCallback const& callback) {
     m_logger << LogLevel::Info << m_description << " unsubscribe";
-    m_isWanted.store(false);
-    m_subscriptionCallback.setFunction(callback.getFunction());
+    {
+        // After this block no confirmation can reach `callback`.
+        MutexGuard guard(m_confirmLock);
+        m_isWanted.store(false);
+        m_answerOwed = false;
+        m_subscriptionCallback.setFunction(callback.getFunction());
+    }
     // Unconditional: the base versions also end subscriptions that are still unconfirmed.
     unsubscribeElement();
     unsubscribeResource();
@@ -154,13 +163,18 @@ std::uint32_t SubscriptionBaseItem::releaseSubscription(std::atomic<std::uint32_
 }
 
 void SubscriptionBaseItem::sendRequest(std::shared_ptr<Request> const& request) {
-    std::weak_ptr<SubscriptionBaseItem> const self = weak_from_this();
-    if (self.expired() || !m_rsiClientWrapper) {
+    sendRequest(request, weak_from_this());
+}
+
+bool SubscriptionBaseItem::sendRequest(std::shared_ptr<Request> const& request,
+                                       std::weak_ptr<qel::rsi::client::ResponseHandler> const& handler) {
+    if (weak_from_this().expired() || !m_rsiClientWrapper) {
         m_logger << LogLevel::Error << m_description
                  << " Cannot send request: item not owned by a shared pointer or no RSI client wrapper!";
-        return;
+        return false;
     }
-    m_rsiClientWrapper->sendRequest(request, self);
+    m_rsiClientWrapper->sendRequest(request, handler);
+    return true;
 }
 
 void SubscriptionBaseItem::setIsSubscribed(SubscriptionIndex index, bool value) {
@@ -181,14 +195,24 @@ void SubscriptionBaseItem::setIsSubscribed(SubscriptionIndex index, bool value) 
 }
 
 void SubscriptionBaseItem::confirmElementWithoutRequest() {
-    if (!isWanted()) {
-        return;  // a late answer after unsubscribe must not mark the item subscribed again
+    RSISubscriptionCallback::Function answer;
+    {
+        // Decided together with `unsubscribe`'s switch of the callback: a confirmation either
+        // goes to the callback of the subscribe it confirms or nowhere.
+        MutexGuard guard(m_confirmLock);
+        if (!isWanted()) {
+            return;  // a late answer after unsubscribe must not mark the item subscribed again
+        }
+        bool const changed = !m_isElementSubscribed.exchange(true);
+        // A repeated subscribe of a confirmed item is answered once; other repeats are silent.
+        bool const owed = std::exchange(m_answerOwed, false);
+        if (changed || owed) {
+            answer = m_subscriptionCallback.getFunction();
+        }
     }
-    if (m_isElementSubscribed.load()) {
-        m_subscriptionCallback.call(true);
-        return;
+    if (answer) {
+        answer(true);
     }
-    setIsSubscribed(SubscriptionIndex::ELEMENT, true);
 }
 
 std::string SubscriptionBaseItem::getSubDescription(SubscriptionIndex index) const {

@@ -9,9 +9,11 @@
 // item only weakly, so dropping the last owner ends the item even while events are queued; an
 // owner calls `shutdown` before letting go, so that a job that happens to be running never ends
 // up destroying the item on its own queue thread.
-// The subscription callback hears true when the element subscription is confirmed (again on
-// every re-confirmation) and false whenever a confirmed subscription is lost; a confirmed
-// resource subscription alone is not reported. Destruction unsubscribes what is still
+// The subscription callback hears true when the element subscription is confirmed and false
+// whenever a confirmed subscription is lost; a confirmed resource subscription alone is not
+// reported. A repeated element request re-confirms true; items whose element needs no request
+// report only changes, plus one true to a `subscribe` that found them confirmed, so nothing
+// reaches the callback an `unsubscribe` installed but that unsubscription's own falses. Destruction unsubscribes what is still
 // subscribed and stops the queue. Nothing here throws.
 #pragma once
 
@@ -98,11 +100,15 @@ protected:
     Ref elementData(Ref const& value) const;
     // Runs `work` on the queue thread while the item lives; false when the queue refused it.
     bool queueWork(std::function<void()> work);
-    // The confirmation of items whose element needs no subscription of its own.
+    // The confirmation of items whose element needs no subscription of its own: reported when
+    // the element flag changes, and once to a `subscribe` that found the item confirmed already.
     void confirmElementWithoutRequest();
     // True between `subscribe` and `unsubscribe`: what arrives outside that window is stale.
     bool isWanted() const { return m_isWanted.load(); }
     void sendRequest(std::shared_ptr<qel::rsi::client::Request> const& request);
+    // Sends with a handler of the caller's, which the caller keeps alive; false when not sent.
+    bool sendRequest(std::shared_ptr<qel::rsi::client::Request> const& request,
+                     std::weak_ptr<qel::rsi::client::ResponseHandler> const& handler);
     // Forgets an element subscription the wrapper gave up on, so that the next request makes a new one.
     void releaseElementSubscription() { releaseSubscription(m_elementSubscriptionId, "element"); }
 
@@ -137,6 +143,9 @@ private:
     std::atomic<bool> m_isResourceSubscribed{false};
     std::atomic<bool> m_isElementSubscribed{false};
     std::atomic<bool> m_isWanted{false};
+    // Orders confirmations without a request against `subscribe` and `unsubscribe`.
+    mutable qel::common::system::Mutex m_confirmLock;
+    bool m_answerOwed = false;  // guarded by m_confirmLock; a `subscribe` awaits its answer
     qel::onlineservices::common::utils::AsyncQueueThread m_asyncQueue;
     RSISubscriptionCallback m_subscriptionCallback;
 };

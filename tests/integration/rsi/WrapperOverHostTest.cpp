@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace qel::test {
 namespace {
 
@@ -155,26 +157,37 @@ TEST_F(WrapperOverHostTest, ClosedWebSocketEndsInErrorEventAndResubscriptionAfte
     EXPECT_NE(handler->events.all()[2].body.find("after-reconnect"), std::string::npos);
 }
 
-TEST_F(WrapperOverHostTest, SurvivesTheBackendStoppingAndComingBack) {
+TEST_F(WrapperOverHostTest, RequestMadeWhileTheBackendIsDownIsRetriedAndAnsweredOnceItIsBack) {
     subscribeToToken();
     std::uint16_t const port = simulator.port();
     simulator.stop();
     ASSERT_TRUE(log.waitFor("Subscription websocket closed"));
+    simulator.clearReceived();
 
     wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
-    ASSERT_TRUE(handler->responses.waitFor(2));
-    EXPECT_EQ(handler->responses.all()[1].status, 504) << "no backend: answered like a gateway time-out";
+    ASSERT_TRUE(log.waitFor("RSI request failed with HTTP 503"));
+    ASSERT_TRUE(drainWorker(*wrapper));
+    EXPECT_EQ(handler->responses.size(), 1u) << "a request that was not sent is retried, not answered";
+    clock.advance(FIRST_RETRY_MS + 1);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(log.count("RSI request failed with HTTP 503"), 2u) << "still down: tried again on the schedule";
 
     ASSERT_TRUE(simulator.start(port));
-    ASSERT_TRUE(stepUntilResponses(3));
-    EXPECT_EQ(handler->responses.all()[2].stateValue, RequestStateSucceeded);
+    ASSERT_TRUE(stepUntilResponses(3));  // the retried request and the re-subscription
+    auto const responses = handler->responses.all();
+    auto const answered = std::find_if(responses.begin(), responses.end(),
+                                       [](Received const& response) { return response.id == 4; });
+    ASSERT_NE(answered, responses.end());
+    EXPECT_EQ(answered->status, 200);
+    EXPECT_NE(answered->body.find(R"("value":"v1")"), std::string::npos);
     simulator.rotateToken("tok-1", "back-again");
     ASSERT_TRUE(handler->events.waitFor(3));
     EXPECT_NE(handler->events.all().back().body.find("back-again"), std::string::npos);
-
-    wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
-    ASSERT_TRUE(handler->responses.waitFor(4));
-    EXPECT_EQ(handler->responses.all()[3].status, 200);
+    std::size_t reads = 0;
+    for (auto const& received : simulator.received()) {
+        reads += received.target == "/onlinekvs/items/kvs-1" ? 1 : 0;
+    }
+    EXPECT_EQ(reads, 1u);
 }
 
 TEST_F(WrapperOverHostTest, MisbehavingBackendIsLoggedAndSurvived) {

@@ -169,5 +169,25 @@ TEST_F(SubscriptionsOverSimulatorTest, ThreeJobsInOneEventAreNotifiedAndAcknowle
     }
 }
 
+TEST_F(SubscriptionsOverSimulatorTest, RefusedAcknowledgementIsRedoneWhenTheJobIsListedAgain) {
+    simulator.failNext("/backendjobs/jobs/job-1", 504);
+    auto const item = std::make_shared<core::JobItem>(logger, notifier, wrapper, "nav");
+    ASSERT_TRUE(subscribed({item}));
+    // Acknowledgements are sent in order: once job-3's is in, job-1's refusal was handled.
+    ASSERT_TRUE(eventually([&] { return simulator.acknowledgements().size() >= 2; }));
+    EXPECT_EQ(listener->times("job job-1 nav"), 1u);
+
+    std::string const added = simulator.pushJob(R"({"name":"nav"})");  // the list comes again
+    ASSERT_TRUE(eventually([&] { return simulator.acknowledgements().size() >= 4; }));
+    EXPECT_EQ(listener->whats(), (std::vector<std::string>{"job job-1 nav", "job job-2 nav", "job job-3 nav",
+                                                           "job job-1 nav", "job " + added + " nav"}));
+    std::vector<std::string> acknowledged;
+    for (auto const& acknowledgement : simulator.acknowledgements()) {
+        acknowledged.push_back(acknowledgement.jobId + " " + acknowledgement.state);
+    }
+    EXPECT_EQ(acknowledged, (std::vector<std::string>{"job-2 success", "job-3 success", "job-1 success",
+                                                      added + " success"}));
+}
+
 }  // namespace
 }  // namespace qel::test

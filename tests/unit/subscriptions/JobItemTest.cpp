@@ -1,6 +1,7 @@
 #include "SubscriptionTestRig.h"
 
 #include "subscriptions/JobItem.h"
+#include "support/ManualClock.h"
 
 namespace qel::test {
 namespace {
@@ -41,6 +42,62 @@ TEST_F(JobItemTest, NewJobsForThisServiceAreNotifiedAndAcknowledgedOnceWithTheLi
     EXPECT_TRUE(listener->allOn("job:nav"));
     EXPECT_EQ(acknowledgements(), (std::vector<std::string>{R"(j1 {"jobAcknowledgeState":"invalidPayload"})",
                                                             R"(j5 {"jobAcknowledgeState":"invalidPayload"})"}));
+}
+
+TEST_F(JobItemTest, FailedAcknowledgementIsRedoneWhenTheBackendListsTheJobAgain) {
+    subscribe(*item);
+    rsi->replyTo({RequestTypePostElement}, Reply(504), 1);
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");
+    EXPECT_EQ(acknowledgements().size(), 1u);  // answered 504: the wrapper does not retry it
+    EXPECT_TRUE(log.contains(LogLevel::Error, "(Job List/nav) Job acknowledge failed with state 504"));
+
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");  // still open at the backend
+    EXPECT_EQ(acknowledgements().size(), 2u);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Job List/nav) Job acknowledge succeededed"));
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "," + job("j2", "nav", "005F/2") + "]");  // lagging list
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Job List/nav) Job j1 already acknowledged, ignoring"));
+    EXPECT_EQ(listener->whats(), (std::vector<std::string>{"job j1 nav", "job j1 nav", "job j2 nav"}));
+
+    push(*item, jobs, "[]");  // the backend closed it: no longer remembered
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");
+    EXPECT_EQ(listener->times("job j1 nav"), 3u);
+    EXPECT_EQ(acknowledgements().size(), 4u);
+}
+
+TEST_F(JobItemTest, JobSentAgainWhileItsAcknowledgementIsRetriedIsNotNotifiedTwice) {
+    ManualClock clock;
+    subscribe(*item);
+    rsi->replyTo({RequestTypePostElement}, Reply(500), 1);
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");
+    drain();  // answered 500: the wrapper retries it in 10 s
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Job List/nav) Job j1 acknowledge pending, ignoring"));
+
+    clock.advance(10001);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    push(*item, jobs, "[" + job("j1", "nav", "005F/1") + "]");
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Job List/nav) Job j1 already acknowledged, ignoring"));
+    EXPECT_EQ(listener->whats(), std::vector<std::string>{"job j1 nav"});
+    EXPECT_EQ(acknowledgements().size(), 2u);  // the first try and its retry
+}
+
+TEST_F(JobItemTest, AThousandOpenJobsSentAgainAreNotNotifiedAgain) {
+    subscribe(*item);
+    std::string event = "[";
+    for (int i = 0; i < 1000; ++i) {
+        event += (i == 0 ? "" : ",") + job("j" + std::to_string(i), "nav", "005F/" + std::to_string(i));
+    }
+    event += "]";
+    push(*item, jobs, event);
+    push(*item, jobs, event);  // acknowledgements still on their way
+    // One worker loop per acknowledgement: more than one drain's worth.
+    ASSERT_TRUE(drainWorker(*wrapper) || drainWorker(*wrapper));
+    EXPECT_EQ(requestsOfType(RequestTypePostElement).size(), 1000u);
+    push(*item, jobs, event);  // all acknowledged, the backend not yet up to date
+    drain();
+    EXPECT_EQ(listener->heard.size(), 1000u);
+    EXPECT_EQ(requestsOfType(RequestTypePostElement).size(), 1000u);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Job List/nav) Job j999 already acknowledged, ignoring"));
 }
 
 TEST_F(JobItemTest, WithoutAListenerTheBackendHearsUnknownError) {

@@ -29,6 +29,11 @@ TEST_F(KVSItemTest, ValuesReachTheListenerOnTheQueueDirectlyOrAfterARead) {
 
     push(*item, element, R"({"id":"k-1","value":"red","upToDate":true,"newJobFromBackend":true})");
     EXPECT_EQ(listener->whats(), std::vector<std::string>{"kvs color red"});  // and no read
+    push(*item, element, R"([{"id":"k-1","value":"wrapped","upToDate":true}])");  // not unwrapped here
+    EXPECT_EQ(listener->heard.size(), 1u);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Key-Value-Storage/color) Received event without "
+                                             "newJobFromBackend/upToDate, no reaction"));
+    EXPECT_EQ(log.countPrefix(LogLevel::Warning, "(Key-Value-Storage/color) Array received"), 0u);
 
     rsi->replyTo({RequestTypeGetResource, "onlinekvs"},
                  Reply(200, R"({"data":[{"id":"k-0","value":"no"},{"id":"k-1","value":"blue"}]})"), 1);

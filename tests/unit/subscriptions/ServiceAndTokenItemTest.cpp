@@ -44,6 +44,15 @@ TEST_F(ServiceAndTokenItemTest, ServiceEntryReachesListenersOnItsQueueAndOnlyCha
     EXPECT_EQ(listener->heard.size(), 4u);
 }
 
+TEST_F(ServiceAndTokenItemTest, ServiceItemKeepsItsTokenHandlerAlive) {
+    service->setTokenHandler(makeItem<core::TokenItem>("radio"));
+    owned.pop_back();  // the service item is now the token item's only owner
+    subscribe(*service);
+    push(*service, services, entry("nav", "[]"));
+    EXPECT_TRUE(log.contains(LogLevel::Info, "(Token Management/radio) Element set: abc"));
+    EXPECT_FALSE(log.contains(LogLevel::Warning, "(Service Management/nav) No token handler found!"));
+}
+
 TEST_F(ServiceAndTokenItemTest, TokenItemFollowsTheUriItIsGivenAndCountsOnlyValidTokens) {
     token->handleURI("/tokenmanagement/accessTokens/abc");
     EXPECT_EQ(rsi->subscriptions().size(), 0u);  // not asked to subscribe yet

@@ -26,29 +26,6 @@ boost::beast::error_code runToEnd(boost::asio::io_context& ioc, Start&& start) {
     return result;
 }
 
-// Resolves `host`:`port` within `timeout`; a late answer is cancelled and reported as time-out.
-inline boost::beast::error_code resolveWithin(boost::asio::io_context& ioc, std::string const& host,
-                                              std::uint16_t port, std::chrono::milliseconds timeout,
-                                              boost::asio::ip::tcp::resolver::results_type& results) {
-    boost::asio::ip::tcp::resolver resolver(ioc);
-    boost::beast::error_code error = boost::asio::error::would_block;
-    resolver.async_resolve(host, std::to_string(port),
-                           [&](boost::beast::error_code resolveError,
-                               boost::asio::ip::tcp::resolver::results_type found) {
-                               error = resolveError;
-                               results = std::move(found);
-                           });
-    ioc.restart();
-    ioc.run_for(timeout);
-    if (error == boost::asio::error::would_block) {
-        resolver.cancel();
-        ioc.restart();
-        ioc.run();
-        return boost::asio::error::timed_out;
-    }
-    return error;
-}
-
 }  // namespace qel::rsi::client::host
 
 #pragma GCC visibility pop

@@ -9,8 +9,8 @@ HostRsiClient::Options HostRsiClient::defaultOptions() {
 }
 
 HostRsiClient::HostRsiClient(Options const& options)
-    : m_http(options.endpoint, options.requestTimeoutMs, options.maxMessageBytes),
-      m_subscriptions(options.endpoint, options.subscribeTimeoutMs, options.maxMessageBytes) {}
+    : m_http(options.endpoint, options.requestTimeoutMs, options.maxMessageBytes, options.lookup),
+      m_subscriptions(options.endpoint, options.subscribeTimeoutMs, options.maxMessageBytes, options.lookup) {}
 
 RequestState HostRsiClient::request(Request const& request, Response& response) {
     return m_http.exchange(request, response);

@@ -2,12 +2,15 @@
 // (docs/rsi-wire-protocol.md).
 //
 // Contract: as `ISharedRsiClient`. Nothing connects before the first call. Requests share one
-// keep-alive connection and are answered like a gateway time-out (504) when the backend does not
-// answer in time, the connection breaks or the answer is too big. Subscriptions share one
-// WebSocket with its own reader thread, on which events are delivered; when it closes, each live
-// subscription gets one {"type":"error"} event. Messages are bounded by `maxMessageBytes`. The
-// client may be released on its reader thread ("rsi-ws-reader") by a handler; that thread then
-// ends on its own and is joined later (see `WebSocketSession`).
+// keep-alive connection. A request that could not be sent (name lookup, connection refused or
+// reset before writing) is answered 503, which the framework retries; one sent but not answered
+// in time, broken off or answered too big is answered like a gateway time-out (504) and never
+// sent again. Subscriptions share one WebSocket with its own reader thread, on which events are
+// delivered; when it closes, each live subscription gets one {"type":"error"} event. Messages
+// are bounded by `maxMessageBytes`. Name lookups of the endpoint's host run on lookup threads
+// ("rsi-resolve") and are bounded by the time-outs too. The client may be released on its reader
+// thread ("rsi-ws-reader") by a handler; that thread then ends on its own and is joined later
+// (see `WebSocketSession`).
 #pragma once
 
 #include "rsi/ISharedRsiClient.h"
@@ -27,6 +30,8 @@ public:
         std::uint32_t requestTimeoutMs = 10000;
         std::uint32_t subscribeTimeoutMs = 10000;  // also bounds connecting the WebSocket
         std::size_t maxMessageBytes = 4 * 1024 * 1024;
+        // Finds the endpoint's addresses when its host is a name; empty: the system's lookup.
+        NameResolver::Lookup lookup;
     };
 
     // The defaults, with the endpoint resolved by `RsiEndpoint::resolve`.

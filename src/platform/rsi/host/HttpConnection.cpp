@@ -11,6 +11,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace qel::rsi::client::host {
 namespace {
@@ -22,7 +23,8 @@ using tcp = net::ip::tcp;
 using common::logging::LogLevel;
 
 constexpr std::int16_t BAD_REQUEST = 400;
-constexpr std::int16_t GATEWAY_TIMEOUT = 504;
+constexpr std::int16_t SERVICE_UNAVAILABLE = 503;  // not sent: the framework retries
+constexpr std::int16_t GATEWAY_TIMEOUT = 504;      // sent, no usable answer: never repeated
 constexpr char const* JSON_MEDIA_TYPE = "application/json";
 
 std::optional<http::verb> verbOf(std::uint32_t type) {
@@ -36,7 +38,7 @@ std::optional<http::verb> verbOf(std::uint32_t type) {
     }
 }
 
-// The idle keep-alive connection was closed by the backend before it read anything of ours.
+// The keep-alive connection was closed by the backend before it read anything of ours.
 bool isStaleConnection(beast::error_code const& error) {
     return error == http::error::end_of_stream || error == net::error::eof ||
            error == net::error::connection_reset || error == net::error::broken_pipe;
@@ -82,30 +84,65 @@ bool fillResponse(common::logging::Logger const& logger, std::string const& desc
 
 // Hidden: its members carry Boost types, which the library must not export.
 struct __attribute__((visibility("hidden"))) HttpConnection::Impl {
-    Impl(RsiEndpoint endpointIn, std::uint32_t timeoutMs, std::size_t maxBytes)
-        : endpoint(std::move(endpointIn)), timeout(timeoutMs), maxMessageBytes(maxBytes) {}
+    Impl(RsiEndpoint endpointIn, std::uint32_t timeoutMs, std::size_t maxBytes, NameResolver::Lookup lookup)
+        : endpoint(std::move(endpointIn)),
+          timeout(timeoutMs),
+          maxMessageBytes(maxBytes),
+          resolver(endpoint.host, std::move(lookup)) {}
 
-    beast::error_code connect() {
-        tcp::resolver::results_type endpoints;
-        if (auto const error = resolveWithin(ioc, endpoint.host, endpoint.port, timeout, endpoints)) {
-            return error;
+    // Empty when connected; otherwise what failed.
+    std::string connect() {
+        auto const found = resolver.resolve(static_cast<std::uint32_t>(timeout.count()));
+        if (!found.error.empty()) {
+            return "name lookup failed: " + found.error;
+        }
+        std::vector<tcp::endpoint> endpoints;
+        for (auto const& address : found.addresses) {
+            beast::error_code invalid;
+            auto const parsed = net::ip::make_address(address, invalid);
+            if (!invalid) {
+                endpoints.emplace_back(parsed, endpoint.port);
+            }
         }
         stream.emplace(ioc);
         stream->expires_after(timeout);
         auto const error = runToEnd(ioc, [&](auto handler) { stream->async_connect(endpoints, std::move(handler)); });
-        if (!error) {
-            // Small requests go out at once instead of waiting for the previous answer's ACK.
-            beast::error_code ignored;
-            stream->socket().set_option(tcp::no_delay(true), ignored);
+        if (error) {
+            stream.reset();
+            return "connect to " + endpoint.text() + " failed: " + error.message();
         }
-        return error;
+        // Small requests go out at once instead of waiting for the previous answer's ACK.
+        beast::error_code ignored;
+        stream->socket().set_option(tcp::no_delay(true), ignored);
+        return {};
     }
 
+    // Whether the backend has closed the idle connection (or sent something unasked): looked at
+    // before writing, so that a request is only ever repeated when it surely was not sent.
+    bool isClosedByPeer() {
+        auto& socket = stream->socket();
+        beast::error_code error;
+        socket.non_blocking(true, error);
+        char byte = 0;
+        socket.receive(net::buffer(&byte, 1), tcp::socket::message_peek, error);
+        beast::error_code ignored;
+        socket.non_blocking(false, ignored);
+        return error != net::error::would_block;
+    }
+
+    // `written` tells how many bytes of the request reached the socket.
     beast::error_code roundTrip(http::request<http::string_body>& message,
-                                http::response_parser<http::string_body>& parser) {
+                                http::response_parser<http::string_body>& parser, std::size_t& written) {
+        written = 0;
         stream->expires_after(timeout);
-        if (auto const error =
-                runToEnd(ioc, [&](auto handler) { http::async_write(*stream, message, std::move(handler)); })) {
+        if (auto const error = runToEnd(ioc, [&](auto handler) {
+                http::async_write(*stream, message,
+                                  [&written, handler = std::move(handler)](beast::error_code writeError,
+                                                                           std::size_t bytes) mutable {
+                                      written = bytes;
+                                      handler(writeError, bytes);
+                                  });
+            })) {
             return error;
         }
         // The header first: reading header and body in one go skips the check of Content-Length
@@ -129,13 +166,15 @@ struct __attribute__((visibility("hidden"))) HttpConnection::Impl {
     RsiEndpoint const endpoint;
     std::chrono::milliseconds const timeout;
     std::size_t const maxMessageBytes;
+    NameResolver resolver;
     net::io_context ioc;
     std::optional<beast::tcp_stream> stream;
     beast::flat_buffer buffer;
 };
 
-HttpConnection::HttpConnection(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes)
-    : m_impl(std::make_unique<Impl>(std::move(endpoint), timeoutMs, maxMessageBytes)) {}
+HttpConnection::HttpConnection(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes,
+                               NameResolver::Lookup lookup)
+    : m_impl(std::make_unique<Impl>(std::move(endpoint), timeoutMs, maxMessageBytes, std::move(lookup))) {}
 
 HttpConnection::~HttpConnection() {
     m_impl->drop();
@@ -154,21 +193,31 @@ RequestState HttpConnection::exchange(Request const& request, Response& response
     std::string const description = std::string(methodName(request.type)) + " " + std::string(message.target());
 
     for (int attempt = 0;; ++attempt) {
-        bool const reused = m_impl->stream.has_value();
-        if (!reused) {
-            if (auto const error = m_impl->connect()) {
-                return answerGatewayTimeout(description, "connect to " + m_impl->endpoint.text() + " failed: " +
-                                                             error.message(), response);
+        if (m_impl->stream && m_impl->isClosedByPeer()) {
+            m_logger << LogLevel::Debug << description << ": idle connection was closed by the backend, reconnecting";
+            m_impl->drop();
+        }
+        if (!m_impl->stream) {
+            std::string const failure = m_impl->connect();
+            if (!failure.empty()) {
+                return answerNotSent(description, failure, response);
             }
         }
         http::response_parser<http::string_body> parser;
         parser.body_limit(m_impl->maxMessageBytes);
-        auto const error = m_impl->roundTrip(message, parser);
-        if (error && reused && attempt == 0 && !parser.got_some() && isStaleConnection(error)) {
-            m_logger << LogLevel::Debug << description << ": idle connection was closed, reconnecting";
-            m_impl->drop();
-            continue;
+        std::size_t written = 0;
+        auto const error = m_impl->roundTrip(message, parser, written);
+        if (error && written == 0) {
+            // Nothing of the request reached the backend, so it may go out once more on a fresh
+            // connection when the backend had closed this one.
+            if (attempt == 0 && isStaleConnection(error)) {
+                m_logger << LogLevel::Debug << description << ": connection closed before sending, reconnecting";
+                m_impl->drop();
+                continue;
+            }
+            return answerNotSent(description, "sending failed: " + error.message(), response);
         }
+        // From here on the backend may have the request: it is never sent again.
         if (error == beast::error::timeout) {
             return answerGatewayTimeout(description,
                                         "no answer within " + std::to_string(m_impl->timeout.count()) + " ms",
@@ -180,7 +229,7 @@ RequestState HttpConnection::exchange(Request const& request, Response& response
                                         response);
         }
         if (error) {
-            return answerGatewayTimeout(description, "connection broken: " + error.message(), response);
+            return answerGatewayTimeout(description, "connection broken after sending: " + error.message(), response);
         }
         if (!fillResponse(m_logger, description, parser.release(), response)) {
             m_impl->drop();
@@ -191,10 +240,20 @@ RequestState HttpConnection::exchange(Request const& request, Response& response
 
 RequestState HttpConnection::answerGatewayTimeout(std::string const& description, std::string const& reason,
                                                   Response& response) {
-    m_logger << LogLevel::Warning << description << ": " << reason << "; answering " << GATEWAY_TIMEOUT;
+    return answerFailure(description, reason, GATEWAY_TIMEOUT, response);
+}
+
+RequestState HttpConnection::answerNotSent(std::string const& description, std::string const& reason,
+                                           Response& response) {
+    return answerFailure(description, "not sent, " + reason, SERVICE_UNAVAILABLE, response);
+}
+
+RequestState HttpConnection::answerFailure(std::string const& description, std::string const& note,
+                                           std::int16_t status, Response& response) {
+    m_logger << LogLevel::Warning << description << ": " << note << "; answering " << status;
     m_impl->drop();
-    response.setStatus(GATEWAY_TIMEOUT);
-    return {RequestStateFailed, reason};
+    response.setStatus(status);
+    return {RequestStateFailed, note};
 }
 
 }  // namespace qel::rsi::client::host

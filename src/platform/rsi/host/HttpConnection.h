@@ -2,16 +2,22 @@
 //
 // Contract: `exchange` is synchronous and thread-safe (calls are serialised on one connection).
 // It connects on demand, sends the request and fills `response` with status, decoded body, ETag,
-// Location and the request's id; the state is then succeeded whatever the status. A time-out, a
-// broken connection or an answer over the size bound is answered like a gateway time-out: status
-// 504, state failed with a note, one log line; the connection is dropped and the next call
-// reconnects. A connection the backend closed while idle is retried once on a fresh one.
+// Location and the request's id; the state is then succeeded whatever the status. Failures are
+// one log line, state failed with a note, the connection dropped (the next call reconnects), and
+// a status that tells the framework whether to retry:
+// - nothing of the request was sent (name lookup failed or outlasted the time-out, connection
+//   refused, reset or timed out before writing): 503, which the framework retries;
+// - the request was sent, or may have been, but no usable answer came (time-out, broken
+//   connection, answer over the size bound): 504, which it does not. Such a request is never
+//   sent twice. A connection the backend closed while idle is noticed before writing and
+//   replaced; a write that fails before its first byte goes out is tried once more on a fresh one.
 #pragma once
 
 #include "common/Logger.h"
 #include "rsi/Request.h"
 #include "rsi/RequestState.h"
 #include "rsi/Response.h"
+#include "rsi/host/NameResolver.h"
 #include "rsi/host/RsiEndpoint.h"
 
 #include <cstddef>
@@ -24,7 +30,9 @@ namespace qel::rsi::client::host {
 
 class HttpConnection {
 public:
-    HttpConnection(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes);
+    // `lookup` finds the host's addresses (empty: the system's); bounded by the time-out too.
+    HttpConnection(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes,
+                   NameResolver::Lookup lookup = {});
     ~HttpConnection();
     HttpConnection(HttpConnection const&) = delete;
     HttpConnection& operator=(HttpConnection const&) = delete;
@@ -35,6 +43,9 @@ private:
     struct Impl;
 
     RequestState answerGatewayTimeout(std::string const& description, std::string const& reason, Response& response);
+    RequestState answerNotSent(std::string const& description, std::string const& reason, Response& response);
+    RequestState answerFailure(std::string const& description, std::string const& note, std::int16_t status,
+                               Response& response);
 
     common::logging::Logger const m_logger{"rsi.host.http"};
     std::mutex m_mutex;

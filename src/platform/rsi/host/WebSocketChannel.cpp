@@ -16,7 +16,8 @@ using dataformats::data::Ref;
 using dataformats::data::String;
 using dataformats::data::Value;
 
-constexpr std::int16_t GATEWAY_TIMEOUT = 504;
+constexpr std::int16_t SERVICE_UNAVAILABLE = 503;  // nothing was sent
+constexpr std::int16_t GATEWAY_TIMEOUT = 504;      // sent, not acknowledged
 
 bool isSuccess(std::int64_t status) {
     return status >= 200 && status <= 299;
@@ -50,8 +51,12 @@ std::unique_ptr<Value> errorEvent() {
 
 }  // namespace
 
-WebSocketChannel::WebSocketChannel(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes)
-    : m_endpoint(std::move(endpoint)), m_timeoutMs(timeoutMs), m_maxMessageBytes(maxMessageBytes) {}
+WebSocketChannel::WebSocketChannel(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes,
+                                   NameResolver::Lookup lookup)
+    : m_endpoint(std::move(endpoint)),
+      m_timeoutMs(timeoutMs),
+      m_maxMessageBytes(maxMessageBytes),
+      m_resolver(m_endpoint.host, std::move(lookup)) {}
 
 WebSocketChannel::~WebSocketChannel() {
     std::unique_ptr<WebSocketSession> session;
@@ -76,13 +81,14 @@ std::uint32_t WebSocketChannel::subscribe(Request const& request, Response& resp
     }
     std::string error;
     if (!ensureConnected(timeout, error)) {
-        return fail(description, "WebSocket connect to " + m_endpoint.text() + " failed: " + error, response, state);
+        return fail(description, "not sent, WebSocket connect to " + m_endpoint.text() + " failed: " + error,
+                    SERVICE_UNAVAILABLE, response, state);
     }
 
     std::unique_lock<std::mutex> lock(m_mutex);
     if (!m_open) {
         lock.unlock();
-        return fail(description, "WebSocket closed", response, state);
+        return fail(description, "not sent, WebSocket closed", SERVICE_UNAVAILABLE, response, state);
     }
     std::uint64_t const reference = m_nextReference++;
     Pending& pending = m_pending[reference];
@@ -96,7 +102,8 @@ std::uint32_t WebSocketChannel::subscribe(Request const& request, Response& resp
     lock.unlock();
 
     if (!answered) {
-        return fail(description, "no acknowledgement within " + std::to_string(timeout) + " ms", response, state);
+        return fail(description, "no acknowledgement within " + std::to_string(timeout) + " ms", GATEWAY_TIMEOUT,
+                    response, state);
     }
     response.setStatus(result.status);
     response.setData(std::move(result.data));
@@ -145,7 +152,12 @@ bool WebSocketChannel::ensureConnected(std::uint32_t timeoutMs, std::string& err
         m_endpoint, m_maxMessageBytes,
         WebSocketSession::Callbacks{[this](std::string const& text) { onMessage(text); },
                                     [this](std::string const& reason) { onClosed(reason); }});
-    if (!session->connect(timeoutMs, error)) {
+    auto const found = m_resolver.resolve(timeoutMs);
+    if (!found.error.empty()) {
+        error = "name lookup failed: " + found.error;
+        return false;
+    }
+    if (!session->connect(found.addresses, timeoutMs, error)) {
         return false;
     }
     m_logger << LogLevel::Info << "WebSocket connected to " << m_endpoint.text();
@@ -157,10 +169,10 @@ bool WebSocketChannel::ensureConnected(std::uint32_t timeoutMs, std::string& err
     return true;
 }
 
-std::uint32_t WebSocketChannel::fail(std::string const& description, std::string const& note, Response& response,
-                                     RequestState& state) {
-    m_logger << LogLevel::Warning << description << ": " << note << "; answering " << GATEWAY_TIMEOUT;
-    response.setStatus(GATEWAY_TIMEOUT);
+std::uint32_t WebSocketChannel::fail(std::string const& description, std::string const& note, std::int16_t status,
+                                     Response& response, RequestState& state) {
+    m_logger << LogLevel::Warning << description << ": " << note << "; answering " << status;
+    response.setStatus(status);
     state = RequestState(RequestStateFailed, note);
     return 0;
 }

@@ -3,8 +3,9 @@
 // Contract: thread-safe. `subscribe` connects on demand, sends one subscribe message and waits,
 // bounded by the time-out, for the backend's acknowledgement. It fills the response with the
 // acknowledgement's status and data and the request's id, sets the state to succeeded for a 2xx
-// verdict, and returns the client's own id of the subscription (0 when none was made; a missing
-// connection or acknowledgement is answered like a gateway time-out, 504). Events of a live
+// verdict, and returns the client's own id of the subscription (0 when none was made; a
+// connection that could not be made, the name lookup included, is answered 503 as a request
+// that was not sent; a missing acknowledgement like a gateway time-out, 504). Events of a live
 // subscription go to its handler on the reader thread exactly as the backend sent them. When the
 // connection ends, every live subscription receives one {"type":"error"} event and is forgotten;
 // the next `subscribe` reconnects. `unsubscribe` of a live id sends one unsubscribe message; any
@@ -19,6 +20,7 @@
 #include "rsi/Request.h"
 #include "rsi/RequestState.h"
 #include "rsi/Response.h"
+#include "rsi/host/NameResolver.h"
 #include "rsi/host/RsiEndpoint.h"
 #include "rsi/host/WebSocketSession.h"
 
@@ -33,7 +35,9 @@ namespace qel::rsi::client::host {
 
 class WebSocketChannel {
 public:
-    WebSocketChannel(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes);
+    // `lookup` finds the host's addresses (empty: the system's).
+    WebSocketChannel(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes,
+                     NameResolver::Lookup lookup = {});
     ~WebSocketChannel();
     WebSocketChannel(WebSocketChannel const&) = delete;
     WebSocketChannel& operator=(WebSocketChannel const&) = delete;
@@ -60,8 +64,8 @@ private:
     };
 
     bool ensureConnected(std::uint32_t timeoutMs, std::string& error);
-    std::uint32_t fail(std::string const& description, std::string const& note, Response& response,
-                       RequestState& state);
+    std::uint32_t fail(std::string const& description, std::string const& note, std::int16_t status,
+                       Response& response, RequestState& state);
     void onMessage(std::string const& text);
     void onAcknowledgement(dataformats::data::Ref message);
     void onEvent(dataformats::data::Ref message);
@@ -71,6 +75,7 @@ private:
     RsiEndpoint const m_endpoint;
     std::uint32_t const m_timeoutMs;
     std::size_t const m_maxMessageBytes;
+    NameResolver m_resolver;
 
     std::mutex m_connectMutex;  // serialises connecting; taken before m_mutex
     std::mutex m_mutex;

@@ -161,17 +161,23 @@ WebSocketSession::~WebSocketSession() {
     join();
 }
 
-bool WebSocketSession::connect(std::uint32_t timeoutMs, std::string& error) {
+bool WebSocketSession::connect(std::vector<std::string> const& addresses, std::uint32_t timeoutMs,
+                               std::string& error) {
     RetiredReaders::instance().joinAll();
     auto& impl = *m_impl;
     std::chrono::milliseconds const timeout(timeoutMs);
-    tcp::resolver::results_type endpoints;
-    beast::error_code failure = resolveWithin(impl.ioc, impl.endpoint.host, impl.endpoint.port, timeout, endpoints);
-    auto& lowest = beast::get_lowest_layer(impl.ws);
-    if (!failure) {
-        lowest.expires_after(timeout);
-        failure = runToEnd(impl.ioc, [&](auto handler) { lowest.async_connect(endpoints, std::move(handler)); });
+    std::vector<tcp::endpoint> endpoints;
+    for (auto const& address : addresses) {
+        beast::error_code invalid;
+        auto const parsed = net::ip::make_address(address, invalid);
+        if (!invalid) {
+            endpoints.emplace_back(parsed, impl.endpoint.port);
+        }
     }
+    auto& lowest = beast::get_lowest_layer(impl.ws);
+    lowest.expires_after(timeout);
+    beast::error_code failure =
+        runToEnd(impl.ioc, [&](auto handler) { lowest.async_connect(endpoints, std::move(handler)); });
     if (!failure) {
         // Small messages go out at once instead of waiting for the previous one's ACK.
         lowest.socket().set_option(tcp::no_delay(true), failure);

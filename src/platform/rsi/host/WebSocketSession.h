@@ -19,6 +19,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace qel::rsi::client::host {
 
@@ -36,8 +37,9 @@ public:
     WebSocketSession(WebSocketSession const&) = delete;
     WebSocketSession& operator=(WebSocketSession const&) = delete;
 
-    // False, with `error` filled, when the connection could not be made; call once.
-    bool connect(std::uint32_t timeoutMs, std::string& error);
+    // Connects to the first of `addresses` (address literals) that answers, at the endpoint's
+    // port. False, with `error` filled, when the connection could not be made; call once.
+    bool connect(std::vector<std::string> const& addresses, std::uint32_t timeoutMs, std::string& error);
     // Starts the reader thread after a successful `connect`.
     void start();
     void send(std::string message);
