@@ -15,7 +15,8 @@
 
 namespace CommonAPI::dbus {
 
-class DBusConnectionLoop {
+// Hidden: its interface carries sdbus-c++ types, which the binding must not export.
+class __attribute__((visibility("hidden"))) DBusConnectionLoop {
 public:
     // Null (and a log line) when the bus cannot be reached.
     static std::unique_ptr<DBusConnectionLoop> open(std::string const& threadName);
