@@ -5,7 +5,8 @@
 #   scripts/consumer-check.sh PREFIX     use an existing install (for example /usr from the .debs)
 # The application is tests/consumer; CONSUMER_DIR, CONSUMER_TARGET and CONSUMER_ARGS name another
 # one (a folder with a CMakeLists.txt using find_package and its .cpp files), CONSUMER_EXPECT a
-# line its output must hold (default: "qel online services framework <version>").
+# line its output must hold, as an extended regular expression (default: "qel online services
+# framework <version>"). The application runs with its standard input empty.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 consumer_dir="$(realpath "${CONSUMER_DIR:-tests/consumer}")"
@@ -35,7 +36,8 @@ echo "consumer-check: built with find_package"
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 pkg-config --validate qel.onlineservices.framework
 # shellcheck disable=SC2046
-g++ -std=c++17 -O1 -o "$work/consumer-pkgconfig" "$consumer_dir"/*.cpp \
+mapfile -t sources < <(find "$consumer_dir" -name '*.cpp' | sort)
+g++ -std=c++17 -O1 -o "$work/consumer-pkgconfig" "${sources[@]}" \
   $(pkg-config --cflags --libs qel.onlineservices.framework)
 echo "consumer-check: built with pkg-config: $(pkg-config --libs qel.onlineservices.framework)"
 
@@ -48,8 +50,8 @@ for program in "$work/cmake/$consumer_target" "$work/consumer-pkgconfig"; do
     echo "$stray" >&2
     exit 1
   fi
-  output="$(env -u LD_LIBRARY_PATH LD_LIBRARY_PATH="$libdir" "$program" "${consumer_args[@]}")"
-  if ! grep -qxF "$expected" <<<"$output"; then
+  output="$(env -u LD_LIBRARY_PATH LD_LIBRARY_PATH="$libdir" "$program" "${consumer_args[@]}" </dev/null)"
+  if ! grep -qxE "$expected" <<<"$output"; then
     echo "consumer-check: $program did not print \"$expected\":" >&2
     echo "$output" >&2
     exit 1

@@ -67,6 +67,8 @@ for library in $(contents runtime | grep -oE 'libqel[^/]*\.so\.[0-9]+$'); do
   contents dev | grep -q "/lib$name.so$" || fail "dev package lacks the link lib$name.so"
 done
 contents tools | grep -q '/bin/qel-backend-sim$' || fail "tools package lacks qel-backend-sim"
+contents tools | grep -q '/bin/qel-networking-sim$' || fail "tools package lacks qel-networking-sim"
+contents tools | grep -q '/bin/qel-demo-app$' || fail "tools package lacks qel-demo-app"
 
 # The shipped libraries, as packaged (stripped), export nothing but our own code.
 unpacked="$(mktemp -d)"
