@@ -29,16 +29,22 @@ namespace qel::onlineservices::framework::core {
 
 class QEL_OSF_EXPORT OnlineServiceClientFactory {
 public:
-    // The backend services and resources the application's entries are posted to.
-    static std::string const SERVICE_CAPABILITIES;     // "capabilitiesmanagement"
-    static std::string const RESOURCE_CAPABILITIES;    // "capabilities"
-    static std::string const SERVICE_BACKENDJOBS;      // "backendjobs"
-    static std::string const RESOURCE_JOBENTRY;        // "jobEntries"
-    static std::string const RESOURCE_OPERATIONENTRY;  // "operationEntries"
-    static std::string const SERVICE_KVSITEM;          // "onlinekvs"
-    static std::string const RESOURCE_KVSITEM;         // "items"
-    // The serviceHostSystem of every job and operation entry.
-    static std::string const DIAGNOSIS_ADDRESS_VOK;    // "005F"
+    // Backend service of capability entries: "capabilitiesmanagement".
+    static std::string const SERVICE_CAPABILITIES;
+    // Backend resource of capability entries: "capabilities".
+    static std::string const RESOURCE_CAPABILITIES;
+    // Backend service of job and operation entries: "backendjobs".
+    static std::string const SERVICE_BACKENDJOBS;
+    // Backend resource of job entries: "jobEntries".
+    static std::string const RESOURCE_JOBENTRY;
+    // Backend resource of operation entries: "operationEntries".
+    static std::string const RESOURCE_OPERATIONENTRY;
+    // Backend service of KVS item entries: "onlinekvs".
+    static std::string const SERVICE_KVSITEM;
+    // Backend resource of KVS item entries: "items".
+    static std::string const RESOURCE_KVSITEM;
+    // The serviceHostSystem of every job and operation entry: "005F".
+    static std::string const DIAGNOSIS_ADDRESS_VOK;
 
     // Builds a client for `config`: null when `config` has no service id or holds a null job or
     // operation entry. The application owns the result; listeners are registered on it before
@@ -53,6 +59,7 @@ public:
     // delimiter adds no piece; an empty text gives no piece.
     static std::vector<std::string> _split(std::string const& text, char delimiter);
 
+    // Only static operations: nothing to construct.
     OnlineServiceClientFactory() = delete;
 };
 
