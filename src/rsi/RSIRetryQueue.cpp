@@ -19,9 +19,4 @@ std::vector<RSIRetryQueue::Entry> RSIRetryQueue::takeDue(qel::common::system::Cl
     return due;
 }
 
-std::size_t RSIRetryQueue::size() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_entries.size();
-}
-
 }  // namespace qel::onlineservices::framework::core

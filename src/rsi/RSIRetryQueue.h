@@ -10,7 +10,6 @@
 #include "common/Clock.h"
 #include "rsi/IRSIJob.h"
 
-#include <cstddef>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -30,10 +29,9 @@ public:
     void arm(Entry entry);
     // Removes and returns the entries due before `now`, earliest first.
     std::vector<Entry> takeDue(qel::common::system::Clock::timeValue now);
-    std::size_t size() const;
 
 private:
-    mutable std::mutex m_mutex;
+    std::mutex m_mutex;
     std::multimap<qel::common::system::Clock::timeValue, Entry> m_entries;  // guarded by m_mutex
 };
 
