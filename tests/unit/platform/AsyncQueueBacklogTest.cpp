@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -41,9 +42,10 @@ protected:
     // Releases the thread and returns what ran, once everything queued so far has.
     std::vector<std::string> releaseAndCollect() {
         release();
-        Semaphore done{0};
-        EXPECT_TRUE(queue.push([&done] { done.up(); }));
-        EXPECT_TRUE(done.down(LIMIT_MS));
+        // Shared: the queue thread may still be inside `up` when the wait returns.
+        auto const done = std::make_shared<Semaphore>(0);
+        EXPECT_TRUE(queue.push([done] { done->up(); }));
+        EXPECT_TRUE(done->down(LIMIT_MS));
         std::lock_guard<std::mutex> lock(m_mutex);
         return std::exchange(m_ran, {});
     }
