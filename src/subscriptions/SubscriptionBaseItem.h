@@ -7,10 +7,10 @@
 // client's threads. Every event is deep-copied and processed on the item's queue thread, one at
 // a time in arrival order; everything that reaches a listener runs there. Under a backlog at the
 // queue's high-water mark an event overtakes the pending one of its kind (each carries the whole
-// state), unless the item keeps every event; a warning marks the start of each such episode. The queue holds the
-// item only weakly, so dropping the last owner ends the item even while events are queued; an
-// owner calls `shutdown` before letting go, so that a job that happens to be running never ends
-// up destroying the item on its own queue thread.
+// state), unless the item keeps every event; a warning marks the start of each such episode.
+// The queue holds the item only weakly, so dropping the last owner ends the item even while
+// events are queued; an owner calls `shutdown` before letting go, so that a job that happens to
+// be running never ends up destroying the item on its own queue thread.
 // The subscription callback hears true when the element subscription is confirmed (again on
 // every re-confirmation) and false whenever a confirmed subscription is lost; a confirmed
 // resource subscription alone is not reported. Destruction unsubscribes what is still
