@@ -16,17 +16,28 @@ bool IRSIJob::shouldBeRetried() const {
 bool IRSIJob::activateRetry() {
     bool retry = false;
     std::uint64_t delay = 0;
+    Clock::timeValue start = 0;
     {
         std::lock_guard<std::mutex> lock(m_retryMutex);
         retry = !m_retrySchedule.empty();
         delay = retry ? m_retrySchedule.front() : 0;
-        m_retryStartTime = Clock::getSystemTimeValue();
+        start = Clock::getSystemTimeValue();
+        m_retryStartTime = start;
         m_retryActive.store(true);
     }
     if (retry) {
         m_logger << LogLevel::Warning << "Retrying in " << delay / 1000 << "s";
     }
+    if (m_retryArmedHook) {
+        m_retryArmedHook(start + static_cast<Clock::timeValue>(delay));
+    }
     return retry;
+}
+
+Clock::timeValue IRSIJob::retryDueTime() const {
+    std::lock_guard<std::mutex> lock(m_retryMutex);
+    std::uint64_t const delay = m_retrySchedule.empty() ? 0 : m_retrySchedule.front();
+    return m_retryStartTime + static_cast<Clock::timeValue>(delay);
 }
 
 bool IRSIJob::canBeRetriedNow() {

@@ -6,7 +6,8 @@
 // exactly at the delay waits for the next check). The last delay repeats for as long as the job
 // lives. `requestCancel()` makes the next `process()` give up and report to its handler.
 // `process()` and `canBeRetriedNow()` run on the worker thread; `activateRetry()` and
-// `requestCancel()` may come from any thread.
+// `requestCancel()` may come from any thread. A hook set before the job is first queued hears of
+// every armed retry with the time it falls due, so that the owner need not poll idle jobs.
 #pragma once
 
 #include "common/Clock.h"
@@ -15,6 +16,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -25,6 +27,8 @@ inline std::vector<std::uint64_t> const DEFAULT_RETRY_SCHEDULE{10000, 10000, 100
 
 class IRSIJob {
 public:
+    using RetryArmedHook = std::function<void(qel::common::system::Clock::timeValue due)>;
+
     explicit IRSIJob(qel::common::logging::Logger logger);
     virtual ~IRSIJob() = default;
     IRSIJob(IRSIJob const&) = delete;
@@ -42,6 +46,10 @@ public:
 
     bool isCancelRequested() const { return m_cancelRequested.load(); }
     bool isRetryActive() const { return m_retryActive.load(); }
+    // Set once, before the job is handed to another thread.
+    void setRetryArmedHook(RetryArmedHook hook) { m_retryArmedHook = std::move(hook); }
+    // When the pending retry falls due: it runs at the first check after this instant.
+    qel::common::system::Clock::timeValue retryDueTime() const;
 
 protected:
     // Back to a fresh copy of `DEFAULT_RETRY_SCHEDULE`, as after a success that may be lost later.
@@ -56,6 +64,7 @@ private:
     // The retry is due: returns true after consuming the first delay (the last one stays).
     bool takeDueRetry();
 
+    RetryArmedHook m_retryArmedHook;
     qel::common::system::Semaphore m_wakeSignal{0};
     std::atomic<bool> m_cancelRequested{false};
     std::atomic<bool> m_retryActive{false};

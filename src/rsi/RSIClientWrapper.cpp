@@ -76,8 +76,7 @@ void RSIClientWrapper::run() {
         }
         std::uint64_t const ticket = currentWakeTicket();
         processJob();
-        retrySubscriptions();
-        retryRequests();
+        retryDueJobs();
         finishLoop(ticket);
     }
     clearJobs();
@@ -99,8 +98,8 @@ void RSIClientWrapper::sendRequest(std::shared_ptr<Request> const& request,
         m_logger << LogLevel::Info << "sendRequest " << getRequestDescription(*request);
     }
     auto const job = std::make_shared<RSIRequest>(request, m_client, handler, m_logger);
+    watchRetries(job, 0);
     addJob(job);
-    addRequest(job);
 }
 
 unsigned int RSIClientWrapper::subscribe(std::shared_ptr<Request> const& request,
@@ -114,10 +113,13 @@ unsigned int RSIClientWrapper::subscribe(std::shared_ptr<Request> const& request
         m_logger << LogLevel::Warning << "subscribe skipped because of shutdown: " << getRequestDescription(*request);
         return 0;
     }
-    m_logger << LogLevel::Info << "subscribe " << getRequestDescription(*request);
+    if (LogConfig::isEnabled(LogLevel::Info)) {
+        m_logger << LogLevel::Info << "subscribe " << getRequestDescription(*request);
+    }
     unsigned int const id = m_nextSubscriptionId.fetch_add(1);
     auto const subscription =
         std::make_shared<RSISubscription>(request, m_client, responseHandler, eventHandler, id, m_logger);
+    watchRetries(subscription, id);
     addJob(subscription);
     addSubscription(id, subscription);
     return id;
@@ -154,11 +156,6 @@ void RSIClientWrapper::addJob(std::shared_ptr<IRSIJob> const& job) {
     m_jobSignal.up();
 }
 
-void RSIClientWrapper::addRequest(std::shared_ptr<RSIRequest> const& request) {
-    MutexGuard guard(m_lock);
-    m_requests.push_back(request);
-}
-
 void RSIClientWrapper::addSubscription(unsigned int id, std::shared_ptr<RSISubscription> const& subscription) {
     MutexGuard guard(m_lock);
     m_subscriptions[id] = subscription;
@@ -167,6 +164,23 @@ void RSIClientWrapper::addSubscription(unsigned int id, std::shared_ptr<RSISubsc
 bool RSIClientWrapper::isSubscriptionExisting(unsigned int id) const {
     MutexGuard guard(m_lock);
     return m_subscriptions.count(id) > 0;
+}
+
+bool RSIClientWrapper::isRegisteredAs(unsigned int id, IRSIJob const* job) const {
+    MutexGuard guard(m_lock);
+    auto const it = m_subscriptions.find(id);
+    return it != m_subscriptions.end() && static_cast<IRSIJob const*>(it->second.get()) == job;
+}
+
+void RSIClientWrapper::watchRetries(std::shared_ptr<IRSIJob> const& job, unsigned int subscriptionId) {
+    std::weak_ptr<RSIRetryQueue> const queue = m_retryQueue;
+    std::weak_ptr<IRSIJob> const weakJob = job;
+    job->setRetryArmedHook([queue, weakJob, subscriptionId](qel::common::system::Clock::timeValue due) {
+        if (auto const retries = queue.lock()) {
+            // A request has no other owner while it waits; a subscription has the registry.
+            retries->arm({subscriptionId == 0 ? weakJob.lock() : nullptr, weakJob, subscriptionId, due});
+        }
+    });
 }
 
 void RSIClientWrapper::processJob() {
@@ -185,42 +199,46 @@ void RSIClientWrapper::processJob() {
         return;
     }
     job->process();
-}
-
-void RSIClientWrapper::retrySubscriptions() {
-    SubscriptionMap subscriptions;
-    {
-        MutexGuard guard(m_lock);
-        subscriptions = m_subscriptions;
-    }
-    std::vector<unsigned int> exhausted;
-    for (auto const& [id, subscription] : subscriptions) {
-        if (subscription && !subscription->canBeRetriedNow()) {
-            exhausted.push_back(id);
-        }
-    }
-    for (unsigned int const id : exhausted) {
-        unsubscribe(id);
+    if (std::dynamic_pointer_cast<RSIRequest>(job)) {
+        settleRequest(job);
     }
 }
 
-void RSIClientWrapper::retryRequests() {
-    std::list<std::shared_ptr<RSIRequest>> requests;
-    {
-        MutexGuard guard(m_lock);
-        requests.swap(m_requests);
+void RSIClientWrapper::retryDueJobs() {
+    auto due = m_retryQueue->takeDue(qel::common::system::Clock::getSystemTimeValue());
+    for (auto& entry : due) {
+        retry(entry);
     }
-    for (auto it = requests.begin(); it != requests.end();) {
-        auto const& request = *it;
-        if (request && request->canBeRetriedNow() && !request->isSent()) {
-            ++it;
-        } else {
+}
+
+void RSIClientWrapper::retry(RSIRetryQueue::Entry& entry) {
+    auto const job = entry.job.lock();
+    bool const isRequest = entry.subscriptionId == 0;
+    if (!job || (!isRequest && !isRegisteredAs(entry.subscriptionId, job.get()))) {
+        return;  // unsubscribed or dropped meanwhile
+    }
+    if (!job->canBeRetriedNow()) {
+        if (isRequest) {
             m_logger << LogLevel::Trace << "Deleting RSI request";
-            it = requests.erase(it);
+        } else {
+            unsubscribe(entry.subscriptionId);
         }
+        return;
     }
-    MutexGuard guard(m_lock);
-    m_requests.splice(m_requests.begin(), requests);  // requests added meanwhile stay behind
+    if (job->isRetryActive() && job->retryDueTime() == entry.due) {
+        m_retryQueue->arm(std::move(entry));  // not due yet by the job's own reading of the clock
+    } else if (isRequest) {
+        settleRequest(job);
+    }
+}
+
+void RSIClientWrapper::settleRequest(std::shared_ptr<IRSIJob> const& request) {
+    auto const sent = std::static_pointer_cast<RSIRequest>(request)->isSent();
+    if (sent) {
+        m_logger << LogLevel::Trace << "Deleting RSI request";
+    } else if (!request->isRetryActive()) {
+        m_endedRequests.push_back(request);
+    }
 }
 
 void RSIClientWrapper::cancelJobs() {

@@ -1,9 +1,11 @@
-// The RSI client wrapper: a FIFO of jobs, a worker thread that runs them one at a time, the
-// request jobs kept for retry and the registry of live subscriptions.
+// The RSI client wrapper: a FIFO of jobs, a worker thread that runs them one at a time, the jobs
+// waiting for a retry and the registry of live subscriptions.
 //
 // Contract: every call into the RSI client happens on the worker thread, never under the
 // wrapper's lock, so callers on any thread return at once. The worker waits at most 1000 ms for a
-// job, then runs at most one job and both retry passes. `stop` cancels queued work, ends and joins
+// job, then runs at most one job and the retries that have fallen due. Jobs waiting for a retry
+// are kept apart, ordered by due time, so a loop costs the work that is due, not the number of
+// subscriptions or requests held. `stop` cancels queued work, ends and joins
 // the worker, which drops the queue and the subscriptions (unsubscribing them at the client); no
 // handler is called after `stop` returned. `disconnect` drops the subscriptions, cancels queued
 // work and restarts the subscription ids at 1 while the worker goes on. Call `stop` before the
@@ -23,6 +25,7 @@
 #include "rsi/IRSIJob.h"
 #include "rsi/ISharedRsiClient.h"
 #include "rsi/RSIRequest.h"
+#include "rsi/RSIRetryQueue.h"
 #include "rsi/RSISubscription.h"
 
 #include <atomic>
@@ -67,13 +70,19 @@ private:
     using SubscriptionMap = std::map<unsigned int, std::shared_ptr<RSISubscription>>;
 
     void addJob(std::shared_ptr<IRSIJob> const& job);
-    void addRequest(std::shared_ptr<RSIRequest> const& request);
     void addSubscription(unsigned int id, std::shared_ptr<RSISubscription> const& subscription);
     bool isSubscriptionExisting(unsigned int id) const;
+    // True while `job` is the subscription registered under `id` (ids restart after a disconnect).
+    bool isRegisteredAs(unsigned int id, IRSIJob const* job) const;
+    // Files every retry `job` arms in the retry queue; `subscriptionId` 0 marks a request.
+    void watchRetries(std::shared_ptr<IRSIJob> const& job, unsigned int subscriptionId);
 
     void processJob();
-    void retrySubscriptions();
-    void retryRequests();
+    // Runs the retries that have fallen due; the others are not looked at.
+    void retryDueJobs();
+    void retry(RSIRetryQueue::Entry& entry);
+    // After a request ran: drops it when sent; keeps one that ended unsent and without retry.
+    void settleRequest(std::shared_ptr<IRSIJob> const& request);
     void cancelJobs();
     void clearJobs();
     void removeAllSubscriptions();
@@ -89,7 +98,11 @@ private:
     std::shared_ptr<qel::rsi::client::ISharedRsiClient> const m_client;
     std::deque<std::shared_ptr<IRSIJob>> m_jobs;            // guarded by m_lock
     SubscriptionMap m_subscriptions;                        // guarded by m_lock
-    std::list<std::shared_ptr<RSIRequest>> m_requests;      // guarded by m_lock
+    // Requests that ended neither sent nor retried (504, cancelled, client gone): kept, never run
+    // again, until the wrapper goes. Worker thread only.
+    std::list<std::shared_ptr<IRSIJob>> m_endedRequests;
+    // Shared with the jobs' retry hooks, which may outlive the wrapper on the client's threads.
+    std::shared_ptr<RSIRetryQueue> const m_retryQueue = std::make_shared<RSIRetryQueue>();
     qel::common::system::Semaphore m_jobSignal{0};
     mutable qel::common::system::Mutex m_lock;
     std::atomic<bool> m_stopped{false};  // written under m_lock, read anywhere

@@ -6,6 +6,7 @@ target_sources(qel_onlineservices_framework_internal PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/RSIEntrySet.cpp
   ${CMAKE_CURRENT_LIST_DIR}/RSIRequest.cpp
   ${CMAKE_CURRENT_LIST_DIR}/RSIResponseHandler.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/RSIRetryQueue.cpp
   ${CMAKE_CURRENT_LIST_DIR}/RSIServiceManager.cpp
   ${CMAKE_CURRENT_LIST_DIR}/RSISubscription.cpp
   ${CMAKE_CURRENT_LIST_DIR}/RSIUnSubRequest.cpp)

@@ -28,6 +28,7 @@ JobItem::JobItem(qel::common::logging::Logger const& logger, std::shared_ptr<Not
                  std::shared_ptr<IRSIClientWrapper> const& rsiClientWrapper, std::string const& serviceId)
     : SubscriptionBaseItem(logger, notifier, rsiClientWrapper), m_serviceId(serviceId) {
     describe(serviceId, SERVICE, RESSOURCE, {{"name", serviceId}}, DESCRIPTION_NAME, "job");
+    keepEveryEvent();  // each event may carry jobs of its own
 }
 
 std::shared_ptr<JobObject> JobItem::getJobObject() const {

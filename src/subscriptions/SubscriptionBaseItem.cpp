@@ -256,26 +256,50 @@ void SubscriptionBaseItem::handleEvent(RequestState const& /*state*/, Response c
     auto const index = static_cast<SubscriptionIndex>(id);
     m_logger << LogLevel::Info << m_description << " Subscription Event received for " << getSubDescription(index);
     Value const* const data = response.getData(false);
-    if (LogConfig::isEnabled(LogLevel::Info)) {
-        m_logger << LogLevel::Info << m_description << " Event: " << qel::dataformats::json::stringify(data);
+    if (LogConfig::isEnabled(LogLevel::Debug)) {
+        m_logger << LogLevel::Debug << m_description << " Event: " << qel::dataformats::json::stringify(data);
     }
     if (data == nullptr) {
         m_logger << LogLevel::Error << "No response received";
         return;
     }
-    // The response belongs to the RSI client's thread; the queue gets a private copy.
+    // The response belongs to the RSI client's thread; the queue gets a private copy. An event
+    // carries the item's whole state, so under a backlog a newer one of its kind may replace it.
     std::shared_ptr<Value> const copy(data->copy());
-    queueWork([this, index, copy] { asyncHandle(index, copy); });
+    std::weak_ptr<SubscriptionBaseItem> const weakSelf = weak_from_this();
+    std::uint32_t const kind = m_keepsEveryEvent ? 0 : id;
+    notePush(m_asyncQueue.push(
+        [weakSelf, index, copy] {
+            if (auto const self = weakSelf.lock()) {
+                self->asyncHandle(index, copy);
+            }
+        },
+        kind));
 }
 
 bool SubscriptionBaseItem::queueWork(std::function<void()> work) {
     std::weak_ptr<SubscriptionBaseItem> const weakSelf = weak_from_this();
     // `work` may use `this`: it only runs while the lock below keeps the item alive.
-    return m_asyncQueue.push([weakSelf, work = std::move(work)] {
-        if (auto const self = weakSelf.lock()) {
-            work();
-        }
-    });
+    return notePush(m_asyncQueue.push(
+        [weakSelf, work = std::move(work)] {
+            if (auto const self = weakSelf.lock()) {
+                work();
+            }
+        },
+        0));
+}
+
+bool SubscriptionBaseItem::notePush(AsyncQueueThread::Pushed const& pushed) const {
+    if (pushed.crossedHighWater != 0) {
+        m_logger << LogLevel::Warning << m_description << " Event queue reached its high-water mark: "
+                 << pushed.crossedHighWater << " events pending; "
+                 << (m_keepsEveryEvent ? "every event is kept" : "only the newest event of each kind is kept");
+    }
+    return pushed.queued;
+}
+
+void SubscriptionBaseItem::setQueueHighWaterMark(std::size_t mark) {
+    m_asyncQueue.setHighWaterMark(mark);
 }
 
 void SubscriptionBaseItem::shutdown() {
@@ -316,8 +340,11 @@ void SubscriptionBaseItem::takeElement(Ref const& element) {
         m_logger << LogLevel::Info << m_description << " RSI Element not (yet) available...";
         return;
     }
-    setElement(element("id").asString());
-    m_logger << LogLevel::Info << m_description << " RSI Element found: " << getElement();
+    std::string const id = element("id").asString();
+    // Every resource event finds the element again; only a new one is worth an information line.
+    LogLevel const level = id == getElement() ? LogLevel::Debug : LogLevel::Info;
+    setElement(id);
+    m_logger << level << m_description << " RSI Element found: " << id;
     processData(element);
     subscribeElement();
 }

@@ -5,15 +5,18 @@
 // itself). `subscribe` makes the resource subscription (or, in items that live on elements
 // alone, the element subscription); answers arrive on the wrapper's thread, events on the RSI
 // client's threads. Every event is deep-copied and processed on the item's queue thread, one at
-// a time in arrival order; everything that reaches a listener runs there. The queue holds the
-// item only weakly, so dropping the last owner ends the item even while events are queued; an
-// owner calls `shutdown` before letting go, so that a job that happens to be running never ends
-// up destroying the item on its own queue thread.
+// a time in arrival order; everything that reaches a listener runs there. Under a backlog at the
+// queue's high-water mark an event overtakes the pending one of its kind (each carries the whole
+// state), unless the item keeps every event; a warning marks the start of each such episode.
+// The queue holds the item only weakly, so dropping the last owner ends the item even while
+// events are queued; an owner calls `shutdown` before letting go, so that a job that happens to
+// be running never ends up destroying the item on its own queue thread.
 // The subscription callback hears true when the element subscription is confirmed and false
 // whenever a confirmed subscription is lost; a confirmed resource subscription alone is not
 // reported. A repeated element request re-confirms true; items whose element needs no request
 // report only changes, plus one true to a `subscribe` that found them confirmed, so nothing
-// reaches the callback an `unsubscribe` installed but that unsubscription's own falses. Destruction unsubscribes what is still
+// reaches the callback an `unsubscribe` installed but that unsubscription's own falses.
+// Destruction unsubscribes what is still
 // subscribed and stops the queue. Nothing here throws.
 #pragma once
 
@@ -32,6 +35,7 @@
 #include "subscriptions/SubscriptionIndex.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -87,6 +91,8 @@ public:
     // Ends event processing for good: drops what is queued, waits for the running job and joins
     // the queue thread. Idempotent; never call it from the queue thread itself.
     void shutdown();
+    // Pending events beyond which a state-carrying item keeps only the newest of each kind.
+    void setQueueHighWaterMark(std::size_t mark);
 
 protected:
     // Fills the identity of the item, in the order the derived constructors are expected to:
@@ -111,6 +117,8 @@ protected:
                      std::weak_ptr<qel::rsi::client::ResponseHandler> const& handler);
     // Forgets an element subscription the wrapper gave up on, so that the next request makes a new one.
     void releaseElementSubscription() { releaseSubscription(m_elementSubscriptionId, "element"); }
+    // For items whose events must all be delivered, however long the backlog. Constructor only.
+    void keepEveryEvent() { m_keepsEveryEvent = true; }
 
     qel::common::logging::Logger const m_logger;
     std::shared_ptr<Notifier> const m_notifier;
@@ -123,7 +131,11 @@ protected:
     std::string m_description;
 
 private:
+    using AsyncQueueThread = qel::onlineservices::common::utils::AsyncQueueThread;
+
     void asyncHandle(SubscriptionIndex index, std::shared_ptr<Value> const& value);
+    // Warns when the push found the backlog at its high-water mark; returns whether it was queued.
+    bool notePush(AsyncQueueThread::Pushed const& pushed) const;
     // Subscribes `request` with this item as both handlers; 0 when the item is not owned.
     unsigned int subscribeWithWrapper(std::shared_ptr<qel::rsi::client::Request> const& request);
     // Ends the wrapper subscription `id` holds, if any; returns the id it held.
@@ -146,7 +158,8 @@ private:
     // Orders confirmations without a request against `subscribe` and `unsubscribe`.
     mutable qel::common::system::Mutex m_confirmLock;
     bool m_answerOwed = false;  // guarded by m_confirmLock; a `subscribe` awaits its answer
-    qel::onlineservices::common::utils::AsyncQueueThread m_asyncQueue;
+    bool m_keepsEveryEvent = false;  // set before the first event, read-only afterwards
+    AsyncQueueThread m_asyncQueue;
     RSISubscriptionCallback m_subscriptionCallback;
 };
 

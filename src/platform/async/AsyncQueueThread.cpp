@@ -3,8 +3,11 @@
 #include "common/Logger.h"
 #include "common/Thread.h"
 
+#include <algorithm>
 #include <condition_variable>
-#include <deque>
+#include <iterator>
+#include <list>
+#include <map>
 #include <mutex>
 
 namespace qel::onlineservices::common::utils {
@@ -12,12 +15,22 @@ namespace qel::onlineservices::common::utils {
 using qel::common::logging::LogLevel;
 
 struct AsyncQueueThread::State {
+    struct Entry {
+        std::uint32_t kind;
+        std::function<void()> job;
+    };
+    using Entries = std::list<Entry>;
+
     std::mutex mutex;
     std::condition_variable wake;
-    std::deque<std::function<void()>> jobs;  // guarded by mutex
-    std::string name;                        // guarded by mutex
-    bool stopped = false;                    // guarded by mutex
-    std::thread::id threadId;                // guarded by mutex
+    Entries jobs;                                          // guarded by mutex
+    std::map<std::uint32_t, Entries::iterator> newestOfKind;  // guarded by mutex; pending jobs only
+    std::size_t highWaterMark = DEFAULT_HIGH_WATER_MARK;   // guarded by mutex
+    bool aboveHighWater = false;                           // guarded by mutex
+    std::size_t overtaken = 0;                             // guarded by mutex
+    std::string name;                                      // guarded by mutex
+    bool stopped = false;                                  // guarded by mutex
+    std::thread::id threadId;                              // guarded by mutex
 
     void loop() {
         std::unique_lock<std::mutex> lock(mutex);
@@ -27,13 +40,60 @@ struct AsyncQueueThread::State {
             if (stopped) {
                 return;
             }
-            auto job = std::move(jobs.front());
-            jobs.pop_front();
+            auto job = takeFront();
             lock.unlock();
             job();
             job = nullptr;  // captured owners are released outside the lock
             lock.lock();
         }
+    }
+
+    std::function<void()> takeFront() {
+        Entry& front = jobs.front();
+        auto const newest = newestOfKind.find(front.kind);
+        if (newest != newestOfKind.end() && newest->second == jobs.begin()) {
+            newestOfKind.erase(newest);
+        }
+        auto job = std::move(front.job);
+        jobs.pop_front();
+        if (jobs.size() <= highWaterMark / 2) {
+            aboveHighWater = false;  // the episode is over; the next crossing reports again
+        }
+        return job;
+    }
+
+    // Drops the pending job of `kind` when the backlog is at its mark; returns it for release
+    // outside the lock.
+    std::function<void()> makeRoomFor(std::uint32_t kind) {
+        if (kind == 0 || jobs.size() < highWaterMark) {
+            return nullptr;
+        }
+        auto const newest = newestOfKind.find(kind);
+        if (newest == newestOfKind.end()) {
+            return nullptr;
+        }
+        auto overtakenJob = std::move(newest->second->job);
+        jobs.erase(newest->second);
+        newestOfKind.erase(newest);
+        ++overtaken;
+        return overtakenJob;
+    }
+
+    void append(std::uint32_t kind, std::function<void()> job) {
+        jobs.push_back({kind, std::move(job)});
+        if (kind != 0) {
+            newestOfKind[kind] = std::prev(jobs.end());
+        }
+    }
+
+    // The pending count when a push finds the backlog at its mark for the first time in an
+    // episode, else 0.
+    std::size_t noteCrossing() {
+        if (aboveHighWater || jobs.size() < highWaterMark) {
+            return 0;
+        }
+        aboveHighWater = true;
+        return jobs.size();
     }
 };
 
@@ -50,33 +110,48 @@ void AsyncQueueThread::setName(std::string name) {
     m_state->name = std::move(name);
 }
 
+void AsyncQueueThread::setHighWaterMark(std::size_t mark) {
+    std::lock_guard<std::mutex> lock(m_state->mutex);
+    m_state->highWaterMark = std::max<std::size_t>(mark, 1);
+}
+
 bool AsyncQueueThread::push(std::function<void()> job) {
+    return push(std::move(job), 0).queued;
+}
+
+AsyncQueueThread::Pushed AsyncQueueThread::push(std::function<void()> job, std::uint32_t kind) {
+    Pushed pushed;
     if (!job) {
-        return false;
+        return pushed;
     }
+    std::function<void()> overtaken;  // released after the lock, like every captured owner
     // The job may own this queue and drop it on the queue thread before we return, so only
     // the shared state is touched once the job is queued, and the wake-up happens under its lock.
     auto const state = m_state;
     std::lock_guard<std::mutex> lock(state->mutex);
     if (state->stopped) {
-        return false;
+        return pushed;
     }
     if (!m_thread.joinable()) {
         m_thread = std::thread([state] { state->loop(); });
         state->threadId = m_thread.get_id();
     }
-    state->jobs.push_back(std::move(job));
+    pushed.crossedHighWater = state->noteCrossing();
+    overtaken = state->makeRoomFor(kind);
+    state->append(kind, std::move(job));
+    pushed.queued = true;
     state->wake.notify_one();
-    return true;
+    return pushed;
 }
 
 void AsyncQueueThread::stop() {
     std::thread thread;
-    std::deque<std::function<void()>> dropped;
+    State::Entries dropped;
     {
         std::lock_guard<std::mutex> lock(m_state->mutex);
         m_state->stopped = true;
         dropped.swap(m_state->jobs);
+        m_state->newestOfKind.clear();
         thread = std::move(m_thread);
     }
     m_state->wake.notify_all();
@@ -103,6 +178,11 @@ void AsyncQueueThread::stop() {
 bool AsyncQueueThread::isQueueThread() const {
     std::lock_guard<std::mutex> lock(m_state->mutex);
     return m_state->threadId == std::this_thread::get_id();
+}
+
+std::size_t AsyncQueueThread::overtakenCount() const {
+    std::lock_guard<std::mutex> lock(m_state->mutex);
+    return m_state->overtaken;
 }
 
 }  // namespace qel::onlineservices::common::utils

@@ -135,6 +135,59 @@ TEST_F(RsiClientWrapperTest, LostSubscriptionIsMadeAgainByTheWorkerAndUnsubscrib
     EXPECT_EQ(wrapper->queuedJobCount(), 0u);
 }
 
+TEST_F(RsiClientWrapperTest, RetriesEachLostSubscriptionOnceWhenDueAndNeverOneRemovedMeanwhile) {
+    EXPECT_EQ(subscribeItems("kept"), 1u);
+    unsigned int const removed = subscribeItems("removed");
+    unsigned int const untouched = subscribeItems("untouched");
+    ASSERT_TRUE(handler->responses.waitFor(3));
+    // Client ids 1001..1003 in subscription order.
+    EXPECT_TRUE(rsi->pushEvent(1001, R"({"type":"error"})"));
+    EXPECT_TRUE(rsi->pushEvent(1002, R"({"type":"error"})"));
+    clock.advance(4000);
+    EXPECT_TRUE(rsi->pushEvent(1001, R"({"type":"error"})"));  // lost again: its 10 s start anew
+    wrapper->unsubscribe(removed);
+    ASSERT_TRUE(drainWorker(*wrapper));
+
+    clock.advance(6001);  // 10001 ms after the first loss, 6001 ms after the second
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->subscriptions().size(), 3u);
+
+    clock.advance(4000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    auto subscriptions = rsi->subscriptions();
+    ASSERT_EQ(subscriptions.size(), 4u);
+    EXPECT_EQ(subscriptions[3].request.element, "kept");
+
+    clock.advance(100000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->subscriptions().size(), 4u);
+    EXPECT_EQ(handler->responses.size(), 4u);
+    wrapper->unsubscribe(untouched);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "Removing subscription: <wrapper> 3 <rsiClient> 1003"));
+}
+
+TEST_F(RsiClientWrapperTest, RequestsFailingTogetherAreRetriedInTheirOrderOnceEach) {
+    rsi->replyTo({}, Reply(500), 3);
+    for (char const* element : {"a", "b", "c"}) {
+        wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", element), handler);
+    }
+    ASSERT_TRUE(rsi->waitForRequests(3));
+    ASSERT_TRUE(drainWorker(*wrapper));
+    clock.advance(10001);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    ASSERT_TRUE(handler->responses.waitFor(3));
+    auto const requests = rsi->requests();
+    ASSERT_EQ(requests.size(), 6u);
+    EXPECT_EQ(requests[3].element, "a");
+    EXPECT_EQ(requests[4].element, "b");
+    EXPECT_EQ(requests[5].element, "c");
+
+    clock.advance(100000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->requests().size(), 6u);
+    EXPECT_EQ(handler->responses.size(), 3u);
+}
+
 TEST_F(RsiClientWrapperTest, DisconnectDropsEverySubscriptionAndRestartsTheIds) {
     EXPECT_EQ(subscribeItems(), 1u);
     EXPECT_EQ(subscribeItems("e1"), 2u);
