@@ -7,6 +7,7 @@ packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev pkg-config
   nlohmann-json3-dev libinih-dev libboost-dev libdlt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libsdbus-c++-dev dbus curl
 )
 
 missing=()
