@@ -59,8 +59,9 @@ TEST_F(DBusTest, TheClientGetsAccessHearsTheOcuAndFollowsTheServiceAwayAndBack) 
     EXPECT_EQ(log.count(LogLevel::Warning,
                         "Networking API: request for internet for service svc not successful, CallStatus 2"),
               1u);
+    auto const heardBefore = log.count(LogLevel::Info, "networking proxy available");
     ASSERT_TRUE(simulator.rejoinBus());
-    ASSERT_TRUE(eventually([&] { return log.count(LogLevel::Info, "networking proxy available") == 2; }));
+    ASSERT_TRUE(eventually([&] { return log.count(LogLevel::Info, "networking proxy available") > heardBefore; }));
     EXPECT_TRUE(rig.subscriptions->tryConnectNetworking(3));
     EXPECT_EQ(interfaces->take(), Lines{"svc 10.0.0.5 fd00::5"});
 }

@@ -72,6 +72,7 @@ TEST(ClientNetworking, StopUnsubscribesBothEventsAndStopsTheRetrying) {
     auto const answers = std::make_shared<AnswerRecorder>();
     rig.subscriptions->connectNetworking(answers);
     ASSERT_TRUE(service.waitForCalls(1));
+    ASSERT_TRUE(eventually([&] { return rig.subscriptions->isNetworkingRetryWaiting(); }));
 
     rig.client->stop();
     EXPECT_EQ(log.count(LogLevel::Info, "Shutdown request received. Aborting connecting to Networking."), 1u);
