@@ -2,6 +2,7 @@
 // simulator runs in this process with its own bus connection and threads, as a separate
 // process would; the program itself is driven by its control endpoint in the last test.
 #include "NetworkingSimulator.h"
+#include "common/Thread.h"
 #include "support/LogCapture.h"
 #include "support/PrivateDBus.h"
 #include "unit/core/ClientRig.h"
@@ -73,6 +74,19 @@ TEST_F(DBusTest, ARefusedServiceIsAskedAgainEveryIntervalUntilGranted) {
     auto const proxy = proxyAt(NetworkingSimulator::DEFAULT_INSTANCE);
     ASSERT_NE(proxy, nullptr);
     ASSERT_TRUE(eventually([&] { return proxy->isAvailable(); }));
+    std::mutex heardMutex;
+    std::string heardOn;
+    auto const ocuSubscription = proxy->getOcuConnStateChangeEvent().subscribe([&](bool const&) {
+        std::lock_guard<std::mutex> guard(heardMutex);
+        heardOn = qel::common::system::currentThreadName();
+    });
+    simulator.setOcuAvailable(false);
+    ASSERT_TRUE(eventually([&] {
+        std::lock_guard<std::mutex> guard(heardMutex);
+        return !heardOn.empty();
+    }));
+    EXPECT_EQ(heardOn, "capi-dbus");  // the binding's thread, not the bus loop's or the caller's
+    proxy->getOcuConnStateChangeEvent().unsubscribe(ocuSubscription);
 
     ClientRig rig(Mode::AT_ONCE);
     rig.subscriptions->addService("svc", nullptr);
