@@ -8,6 +8,7 @@ packages=(
   nlohmann-json3-dev libinih-dev libboost-dev libdlt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   doxygen dpkg-dev file
+  libsdbus-c++-dev dbus curl
 )
 
 missing=()

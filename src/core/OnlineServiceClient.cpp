@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace qel::onlineservices::framework::core {
 
@@ -37,7 +38,8 @@ OnlineServiceClient::OnlineServiceClient(std::shared_ptr<FrameworkConfig> const&
     : m_frameworkConfig(config),
       m_logger(settingsOf(config).loggerName),
       m_stateLogger(settingsOf(config).statusLoggerName),
-      m_notifier(notifier) {}
+      m_notifier(notifier),
+      m_runtime(CommonAPI::Runtime::get()) {}
 
 OnlineServiceClient::~OnlineServiceClient() {
     stop();
@@ -68,7 +70,7 @@ void OnlineServiceClient::startup() {
         return;
     }
     removeSkippedConditions();
-    // Connecting to the networking service (its proxy and OCU-state events) joins here.
+    connectNetworking();  // without the networking service the client still runs
     m_started.store(true);
     updateRunState();
 }
@@ -89,8 +91,10 @@ void OnlineServiceClient::stop() {
     if (m_rsiClient) {
         m_rsiClient->stop();
     }
-    // The subscription manager's networking shutdown request and dropping the networking proxy's
-    // event subscriptions join here with the networking connection.
+    if (m_subscriptionManager) {
+        m_subscriptionManager->requestShutdown();
+    }
+    unsubscribeNetworking();
 }
 
 void OnlineServiceClient::setBackendJobListener(std::shared_ptr<IBackendJobListener> const& listener) {
@@ -151,6 +155,86 @@ void OnlineServiceClient::onDisableReasonChanged(std::string const& serviceId,
 void OnlineServiceClient::ocuConnCallback(bool available) {
     m_logger << LogLevel::Info << "NETW Event: ocu is " << (available ? "" : "not ") << "available";
     setDisconnected(!available);
+}
+
+// ---- networking ----
+
+std::shared_ptr<OnlineServiceClient::NetworkingProxy> OnlineServiceClient::networkingProxy() const {
+    MutexGuard guard(m_networkingMutex);
+    return m_networkingProxy;
+}
+
+bool OnlineServiceClient::connectNetworking() {
+    auto proxy = networkingProxy();
+    if (!proxy) {
+        if (m_runtime) {
+            proxy = m_runtime->createProxy<v1::qel::networking::api::networkingProxy>("kalm", "qel.networking.api", "");
+        }
+        if (!proxy) {
+            m_logger << LogLevel::Error << "Networking API: Building proxy failed";
+            return false;
+        }
+        MutexGuard guard(m_networkingMutex);
+        m_networkingProxy = proxy;
+    }
+    // The listeners hold the client weakly: the proxy's events may outlive it.
+    std::weak_ptr<OnlineServiceClient> const weakSelf = weak_from_this();
+    auto const ocuSubscription = proxy->getOcuConnStateChangeEvent().subscribe(
+        [weakSelf](bool const& available) {
+            if (auto const self = weakSelf.lock()) {
+                self->ocuConnCallback(available);
+            }
+        },
+        [weakSelf](CommonAPI::CallStatus const status) {
+            if (auto const self = weakSelf.lock()) {
+                self->m_logger << LogLevel::Info << "aeth error event: " << static_cast<std::int32_t>(status);
+            }
+        });
+    {
+        MutexGuard guard(m_networkingMutex);
+        m_ocuStateSubscription = ocuSubscription;
+    }
+    m_logger << LogLevel::Info << "ocu state sub: " << ocuSubscription;
+    auto const statusSubscription =
+        proxy->getProxyStatusEvent().subscribe([weakSelf](CommonAPI::AvailabilityStatus const& status) {
+            if (auto const self = weakSelf.lock()) {
+                self->onNetworkingAvailability(status);
+            }
+        });
+    MutexGuard guard(m_networkingMutex);
+    m_proxyStatusSubscription = statusSubscription;
+    return true;
+}
+
+void OnlineServiceClient::onNetworkingAvailability(CommonAPI::AvailabilityStatus status) {
+    if (status != CommonAPI::AvailabilityStatus::AVAILABLE) {
+        return;
+    }
+    m_logger << LogLevel::Info << "networking proxy available";
+    if (m_subscriptionManager) {
+        m_subscriptionManager->setNetworkingProxy(networkingProxy());
+    }
+}
+
+void OnlineServiceClient::unsubscribeNetworking() {
+    std::shared_ptr<NetworkingProxy> proxy;
+    std::uint32_t ocuSubscription = NO_SUBSCRIPTION;
+    std::uint32_t statusSubscription = NO_SUBSCRIPTION;
+    {
+        MutexGuard guard(m_networkingMutex);
+        proxy = m_networkingProxy;
+        ocuSubscription = std::exchange(m_ocuStateSubscription, NO_SUBSCRIPTION);
+        statusSubscription = std::exchange(m_proxyStatusSubscription, NO_SUBSCRIPTION);
+    }
+    if (!proxy) {
+        return;
+    }
+    if (ocuSubscription != NO_SUBSCRIPTION) {
+        proxy->getOcuConnStateChangeEvent().unsubscribe(ocuSubscription);
+    }
+    if (statusSubscription != NO_SUBSCRIPTION) {
+        proxy->getProxyStatusEvent().unsubscribe(statusSubscription);
+    }
 }
 
 // ---- wiring ----

@@ -18,6 +18,8 @@
 
 #include "common/Logger.h"
 #include "common/Mutex.h"
+#include "commonapi/Runtime.h"
+#include "commonapi/networking/networkingProxy.h"
 #include "config/FrameworkConfig.h"
 #include "core/Condition.h"
 #include "core/IConditionListener.h"
@@ -30,6 +32,7 @@
 #include <onlineservices/framework/RunState.h>
 
 #include <atomic>
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <memory>
@@ -47,6 +50,8 @@ class OnlineServiceClient : public IOnlineServiceClient,
                             public std::enable_shared_from_this<OnlineServiceClient>,
                             public IConditionListener {
 public:
+    using NetworkingProxy = v1::qel::networking::api::networkingProxy<>;
+    static constexpr std::uint32_t NO_SUBSCRIPTION = 0xFFFFFFFFu;  // a CommonAPI subscription handle
     static std::map<RunState, std::string> const m_runstateStrings;
     static std::map<UseCase, std::string> const m_usecaseStrings;
 
@@ -84,6 +89,9 @@ public:
     void setDisableReasonActive(bool disableReasonActive);
     // The connectivity unit (OCU) came or went.
     void ocuConnCallback(bool available);
+    // Builds the networking proxy (once) and subscribes to its OCU-state and availability
+    // events (on every call); false when the proxy cannot be built.
+    bool connectNetworking();
 
     // The run-state machine.
     void updateUsecase();
@@ -127,6 +135,9 @@ private:
     bool switchRunState(std::optional<RunState> from, RunState state, bool& deliver);
     void deliverRunStates();
     static bool exchangeFlag(std::atomic<bool>& flag, bool value);
+    std::shared_ptr<NetworkingProxy> networkingProxy() const;
+    void onNetworkingAvailability(CommonAPI::AvailabilityStatus status);
+    void unsubscribeNetworking();
 
     std::atomic<bool> m_disableReasonActive{false};
     std::atomic<bool> m_paused{false};
@@ -142,8 +153,13 @@ private:
     std::shared_ptr<IRSIClientWrapper> m_rsiClient;
     std::shared_ptr<IConditionManager> m_conditionManager;
     std::shared_ptr<SubscriptionManager> m_subscriptionManager;
-    // The networking proxy (CommonAPI runtime, proxy, OCU-state and availability subscriptions,
-    // `connectNetworking`) joins with the networking connection.
+    // The networking service, reached through CommonAPI. The proxy and the handles are touched by
+    // the application's thread (`startup`, `stop`) and read by the availability listener.
+    std::shared_ptr<CommonAPI::Runtime> const m_runtime;
+    mutable qel::common::system::Mutex m_networkingMutex;
+    std::shared_ptr<NetworkingProxy> m_networkingProxy;        // guarded by m_networkingMutex
+    std::uint32_t m_ocuStateSubscription = NO_SUBSCRIPTION;     // guarded by m_networkingMutex
+    std::uint32_t m_proxyStatusSubscription = NO_SUBSCRIPTION;  // guarded by m_networkingMutex
 
     mutable qel::common::system::Mutex m_usecaseMutex;
     mutable qel::common::system::Mutex m_stateMutex;

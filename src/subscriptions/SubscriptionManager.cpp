@@ -1,8 +1,10 @@
 #include "subscriptions/SubscriptionManager.h"
 
+#include "core/ConditionRetryRequest.h"
 #include "subscriptions/RSISubscriptionCallback.h"
 #include "subscriptions/SubscriptionCollector.h"
 
+#include <fstream>
 #include <limits>
 #include <utility>
 
@@ -20,6 +22,15 @@ SubscriptionManager::SubscriptionManager(std::shared_ptr<FrameworkConfig> const&
       m_rsiClient(rsiClient) {}
 
 SubscriptionManager::~SubscriptionManager() {
+    std::unique_ptr<RetryRequestThread> retryThread;
+    std::unique_ptr<RetryRequestThread> retiredThread;
+    {
+        MutexGuard guard(m_networkingLock);
+        retryThread.swap(m_retryThread);
+        retiredThread.swap(m_retiredRetryThread);
+    }
+    retryThread.reset();  // joins before the members its tries use go away
+    retiredThread.reset();
     shutdown();
 }
 
@@ -126,6 +137,188 @@ KVSUpdateStatus SubscriptionManager::updateKVSItem(std::string const& key, std::
         return KVS_ITEM_NOT_FOUND;
     }
     return item->update(value);
+}
+
+// ---- networking ----
+
+namespace {
+
+using v1::qel::networking::api::definitions::ResultCodes_e;
+
+// Set on a networking retry thread, so that a replacement asked for from there is not joined there.
+thread_local bool t_onRetryThread = false;
+
+}  // namespace
+
+void SubscriptionManager::setNetworkingProxy(std::shared_ptr<NetworkingProxy> const& proxy) {
+    MutexGuard guard(m_networkingLock);
+    m_networkingProxy = proxy;
+}
+
+void SubscriptionManager::setNetworkingRetryInterval(unsigned int intervalMs) {
+    MutexGuard guard(m_networkingLock);
+    m_retryIntervalMs = intervalMs;
+}
+
+bool SubscriptionManager::isNetworkingRetryWaiting() const {
+    MutexGuard guard(m_networkingLock);
+    return m_retryThread && m_retryThread->isWaiting();
+}
+
+std::shared_ptr<SubscriptionManager::NetworkingProxy> SubscriptionManager::networkingProxy() const {
+    MutexGuard guard(m_networkingLock);
+    return m_networkingProxy;
+}
+
+std::vector<std::string> SubscriptionManager::serviceIds() const {
+    std::vector<std::string> ids;
+    MutexGuard guard(m_registryLock);
+    for (auto const& entry : m_services) {
+        ids.push_back(entry.first);
+    }
+    return ids;
+}
+
+void SubscriptionManager::connectNetworking(std::shared_ptr<IUpdateConditionCallback> const& callback) {
+    if (m_config && m_config->skipNetworkingRegistration) {
+        m_logger << LogLevel::Warning << "Skipping connection to networking!";
+        if (callback) {
+            callback->notify(true);
+        }
+        return;
+    }
+    auto request = std::make_unique<ConditionRetryRequest>(
+        [this](unsigned int tryNumber) {
+            t_onRetryThread = true;
+            return tryConnectNetworking(tryNumber);
+        },
+        callback);
+    unsigned int intervalMs = NETWORKING_RETRY_INTERVAL_MS;
+    {
+        MutexGuard guard(m_networkingLock);
+        intervalMs = m_retryIntervalMs;
+    }
+    auto thread = std::make_unique<RetryRequestThread>(std::move(request), intervalMs, 0);
+    std::unique_ptr<RetryRequestThread> replaced;
+    std::unique_ptr<RetryRequestThread> retired;
+    {
+        MutexGuard guard(m_networkingLock);
+        replaced = std::exchange(m_retryThread, std::move(thread));
+        if (t_onRetryThread) {
+            // A thread cannot join itself: keep it until the next replacement or the destructor.
+            retired = std::exchange(m_retiredRetryThread, std::move(replaced));
+        }
+    }
+    // Joined outside the lock: a try in progress may need it.
+    replaced.reset();
+    retired.reset();
+}
+
+bool SubscriptionManager::tryConnectNetworking(unsigned int tryNumber) {
+    m_logger << LogLevel::Info << "getInternetAccess Try " << tryNumber;
+    auto const proxy = networkingProxy();
+    if (!proxy) {
+        m_logger << LogLevel::Warning << "Networking API: proxy not known";
+        return false;
+    }
+    // Every service again on every try: access is not remembered.
+    for (auto const& serviceId : serviceIds()) {
+        if (!requestAccess(*proxy, serviceId)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool SubscriptionManager::requestAccess(NetworkingProxy& proxy, std::string const& serviceId) {
+    auto const callStatus = std::make_shared<CommonAPI::CallStatus>(CommonAPI::CallStatus::UNKNOWN);
+    auto const result = std::make_shared<ResultCodes_e>(ResultCodes_e::UNKNOWN_ERROR);
+    auto const ipv4 = std::make_shared<ClientData_s>();
+    auto const ipv6 = std::make_shared<ClientData_s>();
+    proxy.getInternetAccess(serviceId, *callStatus, *ipv4, *ipv6, *result, nullptr);
+    if (*callStatus != CommonAPI::CallStatus::SUCCESS) {
+        m_logger << LogLevel::Warning << "Networking API: request for internet for service " << serviceId
+                 << " not successful, CallStatus " << static_cast<std::int32_t>(*callStatus);
+        return false;
+    }
+    if (*result != ResultCodes_e::SUCCESS) {
+        m_logger << LogLevel::Warning << "Networking API: request for internet for service " << serviceId
+                 << " not successful, ResultCode " << static_cast<std::int32_t>(*result);
+        return false;
+    }
+    if (ipv4->getAddress().empty() && ipv6->getAddress().empty()) {
+        m_logger << LogLevel::Error
+                 << "Networking API: request for internet successful, but empty data received. This should not happen.";
+        m_logger << LogLevel::Info << "Trying to read IPs for " << serviceId
+                 << " from temporary files. This is a workaround for a commonAPI Bug, which leads to successful "
+                    "request of getInternetAcces, but doesnt provide any data";
+        readNetworkingFromFile("/tmp/serviceip/" + serviceId + ".ipv4", ipv4);
+        readNetworkingFromFile("/tmp/serviceip/" + serviceId + ".ipv6", ipv6);
+    }
+    m_logger << LogLevel::Info << "Networking API: connection request for service " << serviceId << " successful: ";
+    m_logger << LogLevel::Info << "(ipv4: " << ipv4->getAddress() << " | prefix: " << ipv4->getPrefix()
+             << " | name: " << ipv4->getName() << ")";
+    m_logger << LogLevel::Info << "(ipv6: " << ipv6->getAddress() << " | prefix: " << ipv6->getPrefix()
+             << " | name: " << ipv6->getName() << ")";
+    if (m_notifier) {
+        m_notifier->notifyNetworkInterface(serviceId, ipv4, ipv6);
+    }
+    return true;
+}
+
+bool SubscriptionManager::readNetworkingFromFile(std::string const& path, std::shared_ptr<ClientData_s> const& data) {
+    std::string word;
+    {
+        std::ifstream file(path);
+        file >> word;
+    }
+    if (word.empty()) {
+        m_logger << LogLevel::Info << "IP from " << path << " could not be read or is empty!";
+        return false;
+    }
+    m_logger << LogLevel::Info << "Read IP: " << word << " from " << path;
+    if (data) {
+        data->setAddress(word);
+    }
+    return true;
+}
+
+void SubscriptionManager::stopRetrying(char const* reason) {
+    MutexGuard guard(m_networkingLock);
+    if (m_retryThread) {
+        m_logger << LogLevel::Info << reason;
+        m_retryThread->requestStop();  // signals only; never waits for a try
+    }
+}
+
+void SubscriptionManager::disconnectNetworking(std::shared_ptr<IUpdateConditionCallback> const& callback) {
+    auto const answer = [&callback](bool connected) {
+        if (callback) {
+            callback->notify(connected);
+        }
+    };
+    if (m_config && m_config->skipNetworkingRegistration) {
+        m_logger << LogLevel::Warning << "Skipping disconnection to networking!";
+        answer(false);
+        return;
+    }
+    auto const proxy = networkingProxy();
+    if (!proxy) {
+        m_logger << LogLevel::Error << "disconnectNetworking(): no proxy";
+        answer(true);
+        return;
+    }
+    stopRetrying("disconnectNetworking request received. Aborting connecting to Networking.");
+    for (auto const& serviceId : serviceIds()) {
+        m_logger << LogLevel::Info << "Networking API: dropInternetAccess for service " << serviceId;
+        // Fire and forget: the future is dropped without waiting.
+        proxy->dropInternetAccessAsync(serviceId, nullptr, nullptr);
+    }
+    answer(false);
+}
+
+void SubscriptionManager::requestShutdown() {
+    stopRetrying("Shutdown request received. Aborting connecting to Networking.");
 }
 
 }  // namespace qel::onlineservices::framework::core

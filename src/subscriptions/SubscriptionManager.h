@@ -10,9 +10,11 @@
 
 #include "common/Logger.h"
 #include "common/Mutex.h"
+#include "commonapi/networking/networkingProxy.h"
 #include "config/FrameworkConfig.h"
 #include "core/IUpdateConditionCallback.h"
 #include "core/Notifier.h"
+#include "core/RetryRequestThread.h"
 #include "rsi/IRSIClientWrapper.h"
 #include "subscriptions/KVSItem.h"
 #include "subscriptions/ServiceItem.h"
@@ -51,8 +53,29 @@ public:
     // their own threads. Idempotent; call it from the client's thread, never from a listener.
     void shutdown();
 
-    // The networking members (proxy, connect/disconnect with the retry thread, shutdown request)
-    // join this class with the networking connection; they walk `m_services` in key order.
+    // ---- networking: internet access for every registered service, in key order ----
+    using NetworkingProxy = v1::qel::networking::api::networkingProxy<>;
+    using ClientData_s = v1::qel::networking::api::definitions::ClientData_s;
+    static constexpr unsigned int NETWORKING_RETRY_INTERVAL_MS = 2000;
+
+    // Called on a CommonAPI thread once the proxy is available.
+    void setNetworkingProxy(std::shared_ptr<NetworkingProxy> const& proxy);
+    // Tries on a retry thread until every service has access; the callback hears true then.
+    // Replaces (and joins) the retry thread of an earlier call.
+    void connectNetworking(std::shared_ptr<IUpdateConditionCallback> const& callback);
+    // One try for all services; false at the first refused or failed one.
+    bool tryConnectNetworking(unsigned int tryNumber);
+    // Reads the first word of the file into the record's address; false when there is none.
+    bool readNetworkingFromFile(std::string const& path, std::shared_ptr<ClientData_s> const& data);
+    // Stops the retrying and drops every service's access; the callback hears the new
+    // "connected" state synchronously.
+    void disconnectNetworking(std::shared_ptr<IUpdateConditionCallback> const& callback);
+    // Stops the retrying; no networking call is made.
+    void requestShutdown();
+    // The wait between tries, for tests; 2000 ms unless changed.
+    void setNetworkingRetryInterval(unsigned int intervalMs);
+    // True while the retry thread waits for its next try (for diagnostics and tests).
+    bool isNetworkingRetryWaiting() const;
 
 private:
     void remember(std::shared_ptr<SubscriptionBaseItem> const& item);
@@ -71,6 +94,20 @@ private:
     std::map<std::string, std::shared_ptr<KVSItem>> m_kvsItems;      // guarded by m_registryLock
     // Every item seen, for `shutdown`; weak, as the condition actions own most of them.
     std::vector<std::weak_ptr<SubscriptionBaseItem>> m_knownItems;  // guarded by m_registryLock
+
+    std::shared_ptr<NetworkingProxy> networkingProxy() const;
+    std::vector<std::string> serviceIds() const;
+    void stopRetrying(char const* reason);
+    bool requestAccess(NetworkingProxy& proxy, std::string const& serviceId);
+
+    mutable qel::common::system::Mutex m_networkingLock;
+    std::shared_ptr<NetworkingProxy> m_networkingProxy;             // guarded by m_networkingLock
+    unsigned int m_retryIntervalMs = NETWORKING_RETRY_INTERVAL_MS;  // guarded by m_networkingLock
+    // A retry thread replaced from its own thread (a condition answered there asked again);
+    // joined by the next replacement or the destructor.
+    std::unique_ptr<RetryRequestThread> m_retiredRetryThread;  // guarded by m_networkingLock
+    // Declared last: destroyed (stopped and joined) first, before the members its tries use.
+    std::unique_ptr<RetryRequestThread> m_retryThread;  // guarded by m_networkingLock
 };
 
 }  // namespace qel::onlineservices::framework::core

@@ -1,0 +1,153 @@
+#include "NetworkingRig.h"
+
+#include "common/Thread.h"
+#include "support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+namespace {
+
+using namespace qel::test;
+using CommonAPI::AvailabilityStatus;
+using CommonAPI::CallStatus;
+using qel::common::logging::LogLevel;
+using qel::sim::networking::NetworkingSimulator;
+
+// Records what a proxy's events delivered, and on which thread.
+struct EventLog {
+    void add(std::string what) {
+        std::lock_guard<std::mutex> guard(mutex);
+        entries.push_back(std::move(what));
+        threads.push_back(qel::common::system::currentThreadName());
+    }
+    std::vector<std::string> get() {
+        std::lock_guard<std::mutex> guard(mutex);
+        return entries;
+    }
+    std::vector<std::string> threadNames() {
+        std::lock_guard<std::mutex> guard(mutex);
+        return threads;
+    }
+    std::mutex mutex;
+    std::vector<std::string> entries;
+    std::vector<std::string> threads;
+};
+
+std::string text(AvailabilityStatus status) {
+    return status == AvailabilityStatus::AVAILABLE ? "AVAILABLE"
+                                                   : status == AvailabilityStatus::NOT_AVAILABLE ? "NOT_AVAILABLE"
+                                                                                                 : "UNKNOWN";
+}
+
+TEST(CommonApiInProcess, AvailabilityAndOcuEventsFollowTheServiceOnTheBindingThread) {
+    std::string const instance = uniqueName("availability");
+    auto const proxy = proxyAt(instance);
+    ASSERT_NE(proxy, nullptr);
+    EXPECT_FALSE(proxy->isAvailable());
+    EventLog events;
+    auto const status = proxy->getProxyStatusEvent().subscribe(
+        [&events](AvailabilityStatus const& value) { events.add(text(value)); });
+    auto const ocu =
+        proxy->getOcuConnStateChangeEvent().subscribe([&events](bool const& value) { events.add(value ? "ocu" : "no ocu"); });
+    EXPECT_NE(status, 0xFFFFFFFFu);
+    ASSERT_TRUE(eventually([&] { return events.get().size() == 1; }));  // the current status first
+
+    NetworkingSimulator simulator;
+    ASSERT_TRUE(simulator.start("kalm", instance));
+    EXPECT_TRUE(proxy->isAvailable());
+    simulator.setOcuAvailable(false);
+    simulator.leaveBus();
+    EXPECT_FALSE(proxy->isAvailable());
+    simulator.setOcuAvailable(true);  // off the bus: nobody hears it
+    ASSERT_TRUE(simulator.rejoinBus());
+    ASSERT_TRUE(eventually([&] { return events.get().size() == 5; }));
+    EXPECT_EQ(events.get(),
+              (std::vector<std::string>{"NOT_AVAILABLE", "AVAILABLE", "no ocu", "NOT_AVAILABLE", "AVAILABLE"}));
+    for (auto const& name : events.threadNames()) {
+        EXPECT_EQ(name, "capi-inproc");
+    }
+
+    // A second listener hears the current status alone; unsubscribed listeners hear nothing.
+    EventLog late;
+    proxy->getProxyStatusEvent().subscribe([&late](AvailabilityStatus const& value) { late.add(text(value)); });
+    ASSERT_TRUE(eventually([&] { return late.get().size() == 1; }));
+    EXPECT_EQ(late.get(), std::vector<std::string>{"AVAILABLE"});
+    proxy->getOcuConnStateChangeEvent().unsubscribe(ocu);
+    proxy->getProxyStatusEvent().unsubscribe(status);
+    simulator.setOcuAvailable(false);
+    simulator.leaveBus();
+    ASSERT_TRUE(eventually([&] { return late.get().size() == 2; }));
+    EXPECT_EQ(events.get().size(), 5u);
+}
+
+TEST(CommonApiInProcess, CallsReachTheServiceAndFailuresLeaveTheOutArgumentsAlone) {
+    std::string const instance = uniqueName("calls");
+    NetworkingSimulator simulator;
+    ASSERT_TRUE(simulator.loadScenario(
+        R"({"services":{"nav":{"ipv4":{"address":"10.1.1.7","prefix":16,"name":"wwan0"}}}})"));
+    ASSERT_TRUE(simulator.start("kalm", instance));
+    auto const proxy = proxyAt(instance);
+    ASSERT_NE(proxy, nullptr);
+
+    CallStatus status = CallStatus::UNKNOWN;
+    ClientData_s ipv4;
+    ClientData_s ipv6;
+    ResultCodes_e result = ResultCodes_e::UNKNOWN_ERROR;
+    proxy->getInternetAccess("nav", status, ipv4, ipv6, result);
+    EXPECT_EQ(status, CallStatus::SUCCESS);
+    EXPECT_EQ(result, ResultCodes_e::SUCCESS);
+    EXPECT_EQ(ipv4, ClientData_s("10.1.1.7", 16, "wwan0"));
+    EXPECT_EQ(ipv6, ClientData_s("fd00::2", 64, "ocu0"));  // the simulator's default
+
+    simulator.refuse("nav", ResultCodes_e::NO_CONNECTION, 1);
+    proxy->getInternetAccess("nav", status, ipv4, ipv6, result);
+    EXPECT_EQ(status, CallStatus::SUCCESS);
+    EXPECT_EQ(result, ResultCodes_e::NO_CONNECTION);
+
+    simulator.fail("nav", CallStatus::REMOTE_ERROR, 1);
+    ClientData_s untouched("1.2.3.4", 8, "x");
+    result = ResultCodes_e::UNKNOWN_ERROR;
+    proxy->getInternetAccess("nav", status, untouched, ipv6, result);
+    EXPECT_EQ(status, CallStatus::REMOTE_ERROR);
+    EXPECT_EQ(untouched, ClientData_s("1.2.3.4", 8, "x"));
+    EXPECT_EQ(result, ResultCodes_e::UNKNOWN_ERROR);
+
+    std::promise<ResultCodes_e> dropped;
+    auto future = proxy->dropInternetAccessAsync(
+        "nav", [&dropped](CallStatus const&, ResultCodes_e const& code) { dropped.set_value(code); });
+    ASSERT_EQ(future.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_EQ(future.get(), CallStatus::SUCCESS);
+    EXPECT_EQ(dropped.get_future().get(), ResultCodes_e::SUCCESS);
+
+    simulator.stop();
+    proxy->getInternetAccess("nav", status, ipv4, ipv6, result);
+    EXPECT_EQ(status, CallStatus::NOT_AVAILABLE);
+    auto const calls = simulator.calls();
+    ASSERT_EQ(calls.size(), 4u);
+    EXPECT_EQ(calls[1].outcome, "refused 2");
+    EXPECT_EQ(calls[2].outcome, "failed REMOTE_ERROR");
+    EXPECT_EQ(calls[3].method, "dropInternetAccess");
+}
+
+TEST(CommonApiRuntime, TheBindingIsLoadedByNameOrPathAtRunTime) {
+    LogCapture log;
+    ::setenv("QEL_COMMONAPI_BINDING", "nosuchbinding", 1);
+    EXPECT_EQ(proxyAt("anything"), nullptr);
+    EXPECT_EQ(log.countPrefix(LogLevel::Error, "CommonAPI binding nosuchbinding could not be loaded: "), 1u);
+
+    // The D-Bus binding is not linked into this test: the runtime loads it. Pointed at a bus
+    // that does not exist, its proxy fails to connect, which shows the binding in use.
+    std::string const nowhere = "unix:path=/nonexistent/" + uniqueName("bus");
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", nowhere.c_str(), 1);
+    ::setenv("QEL_COMMONAPI_BINDING", QEL_COMMONAPI_DBUS_LIBRARY, 1);
+    EXPECT_EQ(proxyAt("anything"), nullptr);
+    EXPECT_EQ(proxyAt("anything"), nullptr);  // the second time without loading
+    ::setenv("QEL_COMMONAPI_BINDING", "inprocess", 1);
+    ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    EXPECT_EQ(log.countPrefix(LogLevel::Error, "D-Bus session bus not reachable: "), 2u);
+    EXPECT_EQ(log.countPrefix(LogLevel::Error, "CommonAPI binding "), 1u);
+}
+
+}  // namespace
