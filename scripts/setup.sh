@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   python3 dbus
   doxygen dpkg-dev file
+  libsdbus-c++-dev dbus curl
 )
 
 missing=()

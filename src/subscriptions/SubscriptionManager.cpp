@@ -160,6 +160,11 @@ void SubscriptionManager::setNetworkingRetryInterval(unsigned int intervalMs) {
     m_retryIntervalMs = intervalMs;
 }
 
+bool SubscriptionManager::isNetworkingRetryWaiting() const {
+    MutexGuard guard(m_networkingLock);
+    return m_retryThread && m_retryThread->isWaiting();
+}
+
 std::shared_ptr<SubscriptionManager::NetworkingProxy> SubscriptionManager::networkingProxy() const {
     MutexGuard guard(m_networkingLock);
     return m_networkingProxy;

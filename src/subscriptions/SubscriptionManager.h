@@ -74,6 +74,8 @@ public:
     void requestShutdown();
     // The wait between tries, for tests; 2000 ms unless changed.
     void setNetworkingRetryInterval(unsigned int intervalMs);
+    // True while the retry thread waits for its next try (for diagnostics and tests).
+    bool isNetworkingRetryWaiting() const;
 
 private:
     void remember(std::shared_ptr<SubscriptionBaseItem> const& item);

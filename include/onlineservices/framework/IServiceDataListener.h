@@ -22,7 +22,8 @@
 #include <string>
 #include <vector>
 
-// The networking service's address record (address, prefix length, interface name).
+// The networking service's address record (address, prefix length, interface name); its
+// definition is in the platform header "commonapi/networking/networkingTypes.h".
 namespace v1::qel::networking::api::definitions {
 struct ClientData_s;
 }

@@ -8,6 +8,7 @@
 #include "commonapi/Types.h"
 
 #include <string>
+#include <utility>
 
 namespace CommonAPI {
 

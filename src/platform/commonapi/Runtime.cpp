@@ -63,6 +63,11 @@ std::shared_ptr<Factory> Runtime::factory() {
     // A path names the library itself; a name follows the libraries' naming.
     std::string const library =
         name.find('/') != std::string::npos ? name : "libqel.commonapi." + name + ".so.1";
+    std::map<std::string, std::shared_ptr<Factory>> before;
+    {
+        std::lock_guard<std::mutex> guard(bindings().mutex);
+        before = bindings().factories;
+    }
     // Kept loaded for the life of the process: its factory stays registered.
     if (dlopen(library.c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) {
         char const* const why = dlerror();
@@ -70,13 +75,17 @@ std::shared_ptr<Factory> Runtime::factory() {
                  << (why != nullptr ? why : "unknown error");
         return nullptr;
     }
-    // A library loaded by path registers under its own name; take the one it brought.
     if (auto found = registered(name)) {
         return found;
     }
+    // A library loaded by path registers under its own name: take the one it added.
     std::lock_guard<std::mutex> guard(bindings().mutex);
-    if (bindings().factories.size() == 1) {
-        return bindings().factories.begin()->second;
+    for (auto const& [candidate, factory] : bindings().factories) {
+        if (before.count(candidate) == 0) {
+            auto const added = factory;
+            bindings().factories.emplace(name, added);  // found by its path from now on
+            return added;
+        }
     }
     logger() << LogLevel::Error << "CommonAPI binding " << name << " did not register itself";
     return nullptr;

@@ -35,6 +35,7 @@ TEST(ClientNetworking, StartupBuildsTheProxyOnceSubscribesAndHandsItOnWhenAvaila
     EXPECT_EQ(log.count(LogLevel::Info, "ocu state sub: 1"), 1u);
     service.setOcuAvailable(false);
     ASSERT_TRUE(eventually([&] { return log.count(LogLevel::Info, "NETW Event: ocu is not available") == 2; }));
+    EXPECT_TRUE(flushBindingEvents());  // the walk to DISCONNECTED ends before the rig goes
 }
 
 TEST(ClientNetworking, OcuLossDisconnectsAndItsReturnWalksBackToTheGoal) {
@@ -58,6 +59,7 @@ TEST(ClientNetworking, OcuLossDisconnectsAndItsReturnWalksBackToTheGoal) {
     service.setOcuAvailable(true);  // a paused client goes back to pausing
     EXPECT_EQ(rig.recorder->take(RunState::PAUSED),
               (States{RunState::DISCONNECTED, RunState::CREATED, RunState::STARTED, RunState::PAUSED}));
+    EXPECT_TRUE(flushBindingEvents());
 }
 
 TEST(ClientNetworking, StopUnsubscribesBothEventsAndStopsTheRetrying) {
@@ -72,6 +74,7 @@ TEST(ClientNetworking, StopUnsubscribesBothEventsAndStopsTheRetrying) {
     auto const answers = std::make_shared<AnswerRecorder>();
     rig.subscriptions->connectNetworking(answers);
     ASSERT_TRUE(service.waitForCalls(1));
+    ASSERT_TRUE(eventually([&] { return rig.subscriptions->isNetworkingRetryWaiting(); }));
 
     rig.client->stop();
     EXPECT_EQ(log.count(LogLevel::Info, "Shutdown request received. Aborting connecting to Networking."), 1u);
@@ -79,10 +82,7 @@ TEST(ClientNetworking, StopUnsubscribesBothEventsAndStopsTheRetrying) {
     service.leaveBus();
     ASSERT_TRUE(service.rejoinBus());
     // Anything still on its way would come before this listener's first status.
-    auto const proxy = proxyAt(NetworkingSimulator::DEFAULT_INSTANCE);
-    std::atomic<bool> probed{false};
-    proxy->getProxyStatusEvent().subscribe([&probed](CommonAPI::AvailabilityStatus const&) { probed = true; });
-    ASSERT_TRUE(eventually([&] { return probed.load(); }));
+    ASSERT_TRUE(flushBindingEvents());
     EXPECT_EQ(log.countPrefix(LogLevel::Info, "NETW Event"), 0u);
     EXPECT_EQ(log.count(LogLevel::Info, "networking proxy available"), 1u);
     EXPECT_TRUE(answers->get().empty());

@@ -131,13 +131,23 @@ TEST(CommonApiInProcess, CallsReachTheServiceAndFailuresLeaveTheOutArgumentsAlon
     EXPECT_EQ(calls[3].method, "dropInternetAccess");
 }
 
-TEST(CommonApiInProcess, AnUnknownBindingGivesNoProxyAndALogLine) {
+TEST(CommonApiRuntime, TheBindingIsLoadedByNameOrPathAtRunTime) {
     LogCapture log;
     ::setenv("QEL_COMMONAPI_BINDING", "nosuchbinding", 1);
-    auto const proxy = proxyAt("anything");
-    ::setenv("QEL_COMMONAPI_BINDING", "inprocess", 1);
-    EXPECT_EQ(proxy, nullptr);
+    EXPECT_EQ(proxyAt("anything"), nullptr);
     EXPECT_EQ(log.countPrefix(LogLevel::Error, "CommonAPI binding nosuchbinding could not be loaded: "), 1u);
+
+    // The D-Bus binding is not linked into this test: the runtime loads it. Pointed at a bus
+    // that does not exist, its proxy fails to connect, which shows the binding in use.
+    std::string const nowhere = "unix:path=/nonexistent/" + uniqueName("bus");
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", nowhere.c_str(), 1);
+    ::setenv("QEL_COMMONAPI_BINDING", QEL_COMMONAPI_DBUS_LIBRARY, 1);
+    EXPECT_EQ(proxyAt("anything"), nullptr);
+    EXPECT_EQ(proxyAt("anything"), nullptr);  // the second time without loading
+    ::setenv("QEL_COMMONAPI_BINDING", "inprocess", 1);
+    ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    EXPECT_EQ(log.countPrefix(LogLevel::Error, "D-Bus session bus not reachable: "), 2u);
+    EXPECT_EQ(log.countPrefix(LogLevel::Error, "CommonAPI binding "), 1u);
 }
 
 }  // namespace

@@ -189,15 +189,18 @@ TEST(NetworkingConnection, ANewConnectReplacesTheRetryThreadAndDisconnectOrShutd
     auto const second = std::make_shared<AnswerRecorder>();
     LogCapture log;
 
+    auto const waitingAfterTry = [&rig](std::size_t tries) {
+        return rig.simulator.waitForCalls(tries) && eventually([&rig] { return rig.manager->isNetworkingRetryWaiting(); });
+    };
     rig.manager->connectNetworking(first);
-    ASSERT_TRUE(rig.simulator.waitForCalls(1));
+    ASSERT_TRUE(waitingAfterTry(1));
     rig.manager->connectNetworking(second);  // joins the first thread, which is waiting
-    ASSERT_TRUE(rig.simulator.waitForCalls(2));
+    ASSERT_TRUE(waitingAfterTry(2));
     rig.manager->requestShutdown();
     EXPECT_EQ(log.count(LogLevel::Info, "Shutdown request received. Aborting connecting to Networking."), 1u);
 
     rig.manager->connectNetworking(first);
-    ASSERT_TRUE(rig.simulator.waitForCalls(3));
+    ASSERT_TRUE(waitingAfterTry(3));
     rig.manager->disconnectNetworking(second);
     EXPECT_EQ(log.count(LogLevel::Info, "disconnectNetworking request received. Aborting connecting to Networking."), 1u);
     // A stop during the wait ends a thread without an answer; only the disconnect answered.

@@ -9,6 +9,7 @@
 
 #include <onlineservices/framework/IServiceDataListener.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -77,6 +78,18 @@ struct AnswerRecorder : onlineservices::framework::core::IUpdateConditionCallbac
 
 inline std::shared_ptr<NetworkingProxy> proxyAt(std::string const& instance) {
     return CommonAPI::Runtime::get()->createProxy<v1::qel::networking::api::networkingProxy>("kalm", instance, "");
+}
+
+// Waits until the binding's thread has delivered everything posted so far: a new listener's
+// first status comes after it. Call before tearing down what earlier events may still reach.
+inline bool flushBindingEvents(std::string const& instance = "qel.networking.api") {
+    auto const proxy = proxyAt(instance);
+    if (!proxy) {
+        return false;
+    }
+    auto const heard = std::make_shared<std::atomic<bool>>(false);
+    proxy->getProxyStatusEvent().subscribe([heard](CommonAPI::AvailabilityStatus const&) { *heard = true; });
+    return eventually([&heard] { return heard->load(); });
 }
 
 // A name no other test (or run) uses, for bus instances and /tmp files.

@@ -73,11 +73,14 @@ void DBusNetworkingProxy::applyStatus(std::weak_ptr<DBusNetworkingProxy> const& 
 
 bool DBusNetworkingProxy::connect() {
     std::weak_ptr<DBusNetworkingProxy> const weak = weak_from_this();
+    // The status as the listener subscribed: a later change reaches it through `applyStatus`.
     m_statusEvent.setListenerAddedHook([weak, status = m_status, dispatcher = m_dispatcher](auto subscription) {
-        dispatcher->post([weak, status, subscription] {
-            auto const live = weak.lock();
-            AvailabilityStatus const current = status->load();
-            if (live && current != AvailabilityStatus::UNKNOWN) {
+        AvailabilityStatus const current = status->load();
+        if (current == AvailabilityStatus::UNKNOWN) {
+            return;
+        }
+        dispatcher->post([weak, subscription, current] {
+            if (auto const live = weak.lock()) {
                 live->m_statusEvent.fireTo(subscription, current);
             }
         });

@@ -37,10 +37,14 @@ void InProcessNetworkingProxy::init() {
         if (!self) {
             return;
         }
-        self->m_factory->post([weak, subscription] {
-            auto const live = weak.lock();
-            if (live && live->m_status.load() != AvailabilityStatus::UNKNOWN) {
-                live->m_statusEvent.fireTo(subscription, live->m_status.load());
+        // The status as the listener subscribed: a later change reaches it on its own.
+        AvailabilityStatus const current = self->m_status.load();
+        if (current == AvailabilityStatus::UNKNOWN) {
+            return;
+        }
+        self->m_factory->post([weak, subscription, current] {
+            if (auto const live = weak.lock()) {
+                live->m_statusEvent.fireTo(subscription, current);
             }
         });
     });

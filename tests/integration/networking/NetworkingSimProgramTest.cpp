@@ -1,0 +1,147 @@
+// The qel-networking-sim program on a private bus, driven through its HTTP control endpoint,
+// against the framework's networking connection.
+#include "support/LogCapture.h"
+#include "support/PrivateDBus.h"
+#include "unit/networking/NetworkingRig.h"
+
+#include "core/Notifier.h"
+#include "rsi/RSIClientWrapper.h"
+#include "subscriptions/SubscriptionManager.h"
+
+#include <boost/asio/connect.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/http.hpp>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <spawn.h>
+#include <sys/wait.h>
+
+extern char** environ;
+
+namespace {
+
+using namespace qel::test;
+using namespace qel::onlineservices::framework;
+using namespace qel::onlineservices::framework::core;
+using qel::common::logging::LogLevel;
+namespace http = boost::beast::http;
+
+// The program as a child process; stopped with SIGTERM at the end.
+class SimProgram {
+public:
+    SimProgram() {
+        int fds[2];
+        if (::pipe(fds) != 0) {
+            return;
+        }
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
+        posix_spawn_file_actions_addclose(&actions, fds[0]);
+        char const* const argv[] = {QEL_NETWORKING_SIM_PATH, "--control-port", "0", nullptr};
+        if (posix_spawn(&m_pid, QEL_NETWORKING_SIM_PATH, &actions, nullptr, const_cast<char* const*>(argv), environ) !=
+            0) {
+            m_pid = -1;
+        }
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(fds[1]);
+        m_output = ::fdopen(fds[0], "r");
+        char line[128] = {};
+        if (m_pid > 0 && m_output != nullptr && std::fgets(line, sizeof(line), m_output) != nullptr) {
+            std::sscanf(line, "control port: %hu", &m_port);
+        }
+    }
+    ~SimProgram() { stop(); }
+    // The program's exit status after SIGTERM.
+    int stop() {
+        int status = -1;
+        if (m_pid > 0) {
+            ::kill(m_pid, SIGTERM);
+            ::waitpid(m_pid, &status, 0);
+            m_pid = -1;
+        }
+        if (m_output != nullptr) {
+            std::fclose(m_output);
+            m_output = nullptr;
+        }
+        return status;
+    }
+    std::uint16_t port() const { return m_port; }
+
+    // One request to the control endpoint: "status body".
+    std::string control(http::verb verb, std::string const& target, std::string const& body = {}) const {
+        boost::asio::io_context ioc;
+        boost::asio::ip::tcp::socket socket(ioc);
+        boost::system::error_code error;
+        socket.connect({boost::asio::ip::address_v4::loopback(), m_port}, error);
+        if (error) {
+            return "connect failed";
+        }
+        http::request<http::string_body> request{verb, target, 11};
+        request.set(http::field::host, "127.0.0.1");
+        request.body() = body;
+        request.prepare_payload();
+        http::write(socket, request, error);
+        boost::beast::flat_buffer buffer;
+        http::response<http::string_body> response;
+        http::read(socket, buffer, response, error);
+        return std::to_string(response.result_int()) + " " + response.body();
+    }
+
+private:
+    pid_t m_pid = -1;
+    FILE* m_output = nullptr;
+    std::uint16_t m_port = 0;
+};
+
+TEST(NetworkingSimProgram, ServesTheInterfaceAndObeysItsControlEndpoint) {
+    PrivateDBus bus;
+    ASSERT_TRUE(bus.started());
+    ::setenv("QEL_COMMONAPI_BINDING", "dbus", 1);  // the child inherits it too
+    SimProgram program;
+    ASSERT_NE(program.port(), 0);
+    auto const proxy = proxyAt("qel.networking.api");
+    ::setenv("QEL_COMMONAPI_BINDING", "inprocess", 1);
+    ASSERT_NE(proxy, nullptr);
+    ASSERT_TRUE(eventually([&] { return proxy->isAvailable(); }));
+    std::atomic<int> ocuLost{0};
+    proxy->getOcuConnStateChangeEvent().subscribe([&ocuLost](bool const& available) { ocuLost += available ? 0 : 1; });
+
+    auto const config = std::make_shared<FrameworkConfig>();
+    auto const manager = std::make_shared<SubscriptionManager>(config, std::make_shared<Notifier>(config),
+                                                               std::make_shared<RSIClientWrapper>(config));
+    manager->addService("demoservice", nullptr);
+    manager->setNetworkingProxy(proxy);
+    LogCapture log;
+    EXPECT_EQ(program.control(http::verb::post, "/_control/refuse", R"({"service":"demoservice","code":3,"count":1})"),
+              R"(200 {"status":"ok"})");
+    EXPECT_FALSE(manager->tryConnectNetworking(1));
+    EXPECT_EQ(log.count(LogLevel::Warning,
+                        "Networking API: request for internet for service demoservice not successful, ResultCode 3"),
+              1u);
+    EXPECT_TRUE(manager->tryConnectNetworking(2));
+    EXPECT_EQ(log.count(LogLevel::Info, "(ipv4: 192.168.100.2 | prefix: 24 | name: ocu0)"), 1u);
+
+    EXPECT_EQ(program.control(http::verb::post, "/_control/ocu", R"({"available":false})"), R"(200 {"status":"ok"})");
+    ASSERT_TRUE(eventually([&] { return ocuLost.load() == 1; }));
+    EXPECT_EQ(program.control(http::verb::post, "/_control/leave"), R"(200 {"status":"ok"})");
+    ASSERT_TRUE(eventually([&] { return !proxy->isAvailable(); }));
+    EXPECT_EQ(program.control(http::verb::post, "/_control/rejoin"), R"(200 {"status":"ok"})");
+    ASSERT_TRUE(eventually([&] { return proxy->isAvailable(); }));
+
+    EXPECT_EQ(program.control(http::verb::post, "/_control/nosuch", "{}").substr(0, 4), "404 ");
+    EXPECT_EQ(program.control(http::verb::post, "/_control/refuse", "{}").substr(0, 4), "400 ");
+    EXPECT_EQ(program.control(http::verb::get, "/_control/state"),
+              R"(200 {"calls":[{"method":"getInternetAccess","outcome":"refused 3","service":"demoservice"},)"
+              R"({"method":"getInternetAccess","outcome":"granted 192.168.100.2 fd00::2","service":"demoservice"}],)"
+              R"("ocuAvailable":false,"onBus":true})");
+    int const status = program.stop();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+}  // namespace
