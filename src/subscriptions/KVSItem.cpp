@@ -75,13 +75,13 @@ void KVSItem::handleEventElement(std::shared_ptr<Value> const& value) {
     // Taken as it came: an array here is no item event, whatever the token item puts up with.
     Ref const data = Ref(value.get())("data");
     if (data("upToDate").asBoolean()) {
-        m_logger << LogLevel::Debug << m_description << " Received event with upToDate true, notifying clients";
+        m_logger << LogLevel::Info << m_description << " Received event with upToDate true, notifying clients";
         processData(data);
     } else if (data("newJobFromBackend").asBoolean()) {
         m_logger << LogLevel::Info << m_description << " Received newJobFromBackend true. Sending GET request";
         requestRead();
     } else {
-        m_logger << LogLevel::Debug << m_description
+        m_logger << LogLevel::Info << m_description
                  << " Received event without newJobFromBackend/upToDate, no reaction";
     }
 }
@@ -97,13 +97,13 @@ void KVSItem::processData(Ref const& element) {
         MutexGuard guard(m_dataLock);
         m_data = record;
     }
-    m_logger << LogLevel::Debug << "Received data for KVS Items: ";
-    m_logger << LogLevel::Debug << "ID:" << record->id;
-    m_logger << LogLevel::Debug << "Name: " << record->name;
-    m_logger << LogLevel::Debug << "Owner: " << record->owner;
-    m_logger << LogLevel::Debug << "UpToDate: " << record->upToDate;
-    m_logger << LogLevel::Debug << "URI: " << record->uri;
-    m_logger << LogLevel::Debug << "Value: " << record->value;
+    m_logger << LogLevel::Info << "Received data for KVS Items: ";
+    m_logger << LogLevel::Info << "ID:" << record->id;
+    m_logger << LogLevel::Info << "Name: " << record->name;
+    m_logger << LogLevel::Info << "Owner: " << record->owner;
+    m_logger << LogLevel::Info << "UpToDate: " << record->upToDate;
+    m_logger << LogLevel::Info << "URI: " << record->uri;
+    m_logger << LogLevel::Info << "Value: " << record->value;
     if (m_notifier) {
         m_notifier->notifyKVSItem(m_serviceId, record->value);
     }

@@ -78,7 +78,7 @@ void ServiceItem::passTokenUri(ServiceObject const& record) {
         m_logger << LogLevel::Warning << m_description << " No token handler found!";
         return;
     }
-    m_logger << LogLevel::Debug << m_description << " Passing Token URI!";
+    m_logger << LogLevel::Info << m_description << " Passing Token URI!";
     handler->handleURI(record.getAccessToken());
 }
 

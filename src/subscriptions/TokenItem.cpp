@@ -79,7 +79,7 @@ void TokenItem::handleEventElement(std::shared_ptr<Value> const& value) {
         return;
     }
     processData(data);
-    m_logger << LogLevel::Debug << m_description << " Valid (non-empty) token received";
+    m_logger << LogLevel::Info << m_description << " Valid (non-empty) token received";
     setIsSubscribed(SubscriptionIndex::ELEMENT, true);
 }
 
