@@ -341,10 +341,8 @@ void SubscriptionBaseItem::takeElement(Ref const& element) {
         return;
     }
     std::string const id = element("id").asString();
-    // Every resource event finds the element again; only a new one is worth an information line.
-    LogLevel const level = id == getElement() ? LogLevel::Debug : LogLevel::Info;
     setElement(id);
-    m_logger << level << m_description << " RSI Element found: " << id;
+    m_logger << LogLevel::Info << m_description << " RSI Element found: " << id;
     processData(element);
     subscribeElement();
 }
