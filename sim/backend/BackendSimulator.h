@@ -53,7 +53,8 @@ public:
     bool setKvsValue(std::string const& idOrName, std::string const& value);
     void failNext(std::string const& path, int status, std::uint32_t count = 1);
     void delayAnswers(std::string const& path, std::uint32_t ms);
-    // Close handshake on every WebSocket; returns how many there were.
+    // Close handshake on every WebSocket, after the messages already sent to it; returns how many
+    // there were. Messages sent to a closing WebSocket are dropped.
     std::size_t closeAllWebSockets();
     // Sends `text` as it stands on every WebSocket (to play a misbehaving backend).
     std::size_t sendRawToWebSockets(std::string const& text);

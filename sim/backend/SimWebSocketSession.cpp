@@ -14,7 +14,6 @@ SimWebSocketSession::SimWebSocketSession(boost::asio::ip::tcp::socket socket, Si
 
 void SimWebSocketSession::accept(beast::http::request<beast::http::string_body> upgrade) {
     m_id = m_context.nextSessionId++;
-    m_context.webSockets[m_id] = weak_from_this();
     m_ws.read_message_max(m_context.maxMessageBytes);
     m_ws.set_option(websocket::stream_base::timeout::suggested(beast::role_type::server));
     m_ws.async_accept(upgrade, [self = shared_from_this()](beast::error_code const& error) {
@@ -22,13 +21,15 @@ void SimWebSocketSession::accept(beast::http::request<beast::http::string_body> 
             self->end(error);
             return;
         }
+        // Registered only now: the handshake's own write must not meet a send or a close.
+        self->m_context.webSockets[self->m_id] = self->weak_from_this();
         self->m_logger << LogLevel::Info << "WS session " << self->m_id << " opened";
         self->readNext();
     });
 }
 
 void SimWebSocketSession::send(std::string message) {
-    if (m_ended) {
+    if (m_ended || m_closing) {
         return;
     }
     m_outbox.push_back(std::move(message));
@@ -43,6 +44,14 @@ void SimWebSocketSession::close() {
     }
     m_closing = true;
     m_logger << LogLevel::Info << "WS session " << m_id << " closing";
+    // The stream allows one write at a time and the close frame is one: with messages still
+    // going out, the last write's completion starts the handshake.
+    if (m_outbox.empty()) {
+        startClose();
+    }
+}
+
+void SimWebSocketSession::startClose() {
     m_ws.async_close(websocket::close_code::going_away, [self = shared_from_this()](beast::error_code const&) {});
 }
 
@@ -75,6 +84,8 @@ void SimWebSocketSession::writeNext() {
                          self->m_outbox.pop_front();
                          if (!self->m_outbox.empty()) {
                              self->writeNext();
+                         } else if (self->m_closing) {
+                             self->startClose();
                          }
                      });
 }

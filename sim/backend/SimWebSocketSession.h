@@ -1,7 +1,7 @@
 // One WebSocket of the simulator: subscribe and unsubscribe in, acknowledgements and events out.
 //
 // Contract: lives on the simulator's I/O thread and is owned by its pending operations. It
-// registers itself in the context under a session id while open and hands every message to the
+// registers itself in the context under a session id once open and hands every message to the
 // backend state; when the connection ends it drops its subscriptions there. A message over the
 // size bound ends the session.
 #pragma once
@@ -25,13 +25,15 @@ public:
 
     void accept(boost::beast::http::request<boost::beast::http::string_body> upgrade);
     void send(std::string message);
-    // Starts the close handshake ("going away").
+    // Starts the close handshake ("going away") once every message sent before has been written;
+    // later messages are dropped.
     void close();
 
 private:
     void readNext();
     void onRead(boost::beast::error_code const& error);
     void writeNext();
+    void startClose();
     void end(boost::beast::error_code const& error);
 
     common::logging::Logger const m_logger{"backendsim"};
