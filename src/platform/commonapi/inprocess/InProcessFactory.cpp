@@ -1,6 +1,7 @@
 #include "commonapi/inprocess/InProcessFactory.h"
 
 #include "common/Logger.h"
+#include "commonapi/EventDispatcher.h"
 #include "commonapi/Runtime.h"
 #include "commonapi/inprocess/InProcessNetworkingProxy.h"
 
@@ -35,18 +36,44 @@ private:
     Address const m_address;
 };
 
+// One dispatcher thread for every in-process factory. A job may hold the last reference to a factory
+// or a proxy, so the thread cannot belong to a factory (it would have to join itself); it lives until
+// the library is unloaded. Defined before the registration below so that it outlives the factories.
+class SharedDispatcher {
+public:
+    void post(std::function<void()> job) {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        if (m_closed) {
+            return;
+        }
+        if (!m_dispatcher) {
+            m_dispatcher = std::make_unique<EventDispatcher>("capi-inproc");
+        }
+        m_dispatcher->post(std::move(job));
+    }
+    ~SharedDispatcher() {
+        std::unique_ptr<EventDispatcher> dispatcher;
+        {
+            std::lock_guard<std::mutex> guard(m_mutex);
+            m_closed = true;
+            dispatcher.swap(m_dispatcher);
+        }
+        dispatcher.reset();  // runs what was posted, then joins, outside the lock
+    }
+
+private:
+    std::mutex m_mutex;
+    bool m_closed = false;                           // guarded by m_mutex
+    std::unique_ptr<EventDispatcher> m_dispatcher;  // guarded by m_mutex; started on first use
+};
+
+SharedDispatcher sharedDispatcher;
+
 [[maybe_unused]] bool const registered = Runtime::registerFactory(InProcessFactory::BINDING_NAME, std::make_shared<InProcessFactory>());
 
 }  // namespace
 
-InProcessFactory::~InProcessFactory() {
-    std::unique_ptr<EventDispatcher> dispatcher;
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        dispatcher.swap(m_dispatcher);
-    }
-    dispatcher.reset();  // joins outside the lock
-}
+InProcessFactory::~InProcessFactory() = default;
 
 std::shared_ptr<Proxy> InProcessFactory::createProxy(std::string const& domain, std::string const& interface,
                                                      std::string const& instance, ConnectionId_t const& /*connectionId*/) {
@@ -115,15 +142,7 @@ std::shared_ptr<networkingStub> InProcessFactory::stubAt(Address const& address)
 }
 
 void InProcessFactory::post(std::function<void()> job) {
-    EventDispatcher* dispatcher = nullptr;
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        if (!m_dispatcher) {
-            m_dispatcher = std::make_unique<EventDispatcher>("capi-inproc");
-        }
-        dispatcher = m_dispatcher.get();
-    }
-    dispatcher->post(std::move(job));  // the dispatcher lives as long as this factory
+    sharedDispatcher.post(std::move(job));
 }
 
 std::vector<std::shared_ptr<InProcessNetworkingProxy>> InProcessFactory::proxiesAt(Address const& address) {

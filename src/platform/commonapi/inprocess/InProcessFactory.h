@@ -6,10 +6,10 @@
 // own thread ("capi-inproc"). Registered as binding "inprocess" when the library is loaded.
 #pragma once
 
-#include "commonapi/EventDispatcher.h"
 #include "commonapi/Factory.h"
 #include "commonapi/networking/networkingStub.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -50,7 +50,6 @@ private:
     mutable std::mutex m_mutex;
     std::map<Address, Registration> m_services;                                     // guarded by m_mutex
     std::map<Address, std::vector<std::weak_ptr<InProcessNetworkingProxy>>> m_proxies;  // guarded by m_mutex
-    std::unique_ptr<EventDispatcher> m_dispatcher;  // guarded by m_mutex; started on first use
 };
 
 }  // namespace CommonAPI::inprocess
