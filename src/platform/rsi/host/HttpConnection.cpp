@@ -3,11 +3,15 @@
 #include "dataformats/Json.h"
 #include "rsi/RequestType.h"
 #include "rsi/host/BlockingAsio.h"
+#include "rsi/host/HttpAnswerReader.h"
 #include "rsi/host/RsiWireFormat.h"
 
+#include <boost/asio/post.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -57,27 +61,22 @@ http::request<http::string_body> buildMessage(Request const& request, http::verb
     return message;
 }
 
-// Returns whether the backend keeps the connection open.
-bool fillResponse(common::logging::Logger const& logger, std::string const& description,
-                  http::response<http::string_body>&& answer, Response& response) {
-    response.setStatus(static_cast<std::int16_t>(answer.result_int()));
-    response.setEtag(std::string(answer[http::field::etag]));
-    response.setLocation(std::string(answer[http::field::location]));
-    std::string& body = answer.body();
-    if (!body.empty()) {
-        auto const contentType = answer[http::field::content_type];
-        if (contentType.empty() || contentType.find("json") != beast::string_view::npos) {
-            auto value = dataformats::json::parse(body);
-            if (value == nullptr) {
-                logger << LogLevel::Warning << description << ": answer body is not valid JSON";
-            }
-            response.setData(std::move(value));
-        } else {
-            response.setData(std::make_unique<dataformats::data::Blob>(std::move(body)));
-            response.setBinaryDataFlag(true);
-        }
+// Empty when `reader` holds the final answer; otherwise why there is none.
+std::string whyNoAnswer(beast::error_code const& error, HttpAnswerReader const& reader,
+                        std::chrono::milliseconds timeout, std::size_t maxBytes) {
+    if (error == beast::error::timeout) {
+        return "no answer within " + std::to_string(timeout.count()) + " ms";
     }
-    return answer.keep_alive();
+    if (error) {
+        return "connection broken after sending: " + error.message();
+    }
+    if (reader.isOverBound()) {
+        return "answer over " + std::to_string(maxBytes) + " bytes refused";
+    }
+    if (!reader.failure().empty()) {
+        return "connection broken after sending: " + reader.failure();
+    }
+    return {};
 }
 
 }  // namespace
@@ -130,28 +129,53 @@ struct __attribute__((visibility("hidden"))) HttpConnection::Impl {
         return error != net::error::would_block;
     }
 
-    // `written` tells how many bytes of the request reached the socket.
-    beast::error_code roundTrip(http::request<http::string_body>& message,
-                                http::response_parser<http::string_body>& parser, std::size_t& written) {
+    // `written` tells how many bytes of the request reached the socket. Starts the deadline that
+    // bounds the answer too.
+    beast::error_code write(http::request<http::string_body>& message, std::size_t& written) {
         written = 0;
         stream->expires_after(timeout);
-        if (auto const error = runToEnd(ioc, [&](auto handler) {
-                http::async_write(*stream, message,
-                                  [&written, handler = std::move(handler)](beast::error_code writeError,
-                                                                           std::size_t bytes) mutable {
-                                      written = bytes;
-                                      handler(writeError, bytes);
-                                  });
-            })) {
-            return error;
+        return runToEnd(ioc, [&](auto handler) {
+            http::async_write(*stream, message,
+                              [&written, handler = std::move(handler)](beast::error_code error,
+                                                                       std::size_t bytes) mutable {
+                                  written = bytes;
+                                  handler(error, bytes);
+                              });
+        });
+    }
+
+    // Hands what arrives to `reader` until it has the final answer or gives up.
+    beast::error_code readAnswer(HttpAnswerReader& reader) {
+        for (;;) {
+            std::size_t received = 0;
+            auto const error = runToEnd(ioc, [&](auto handler) {
+                stream->async_read_some(net::buffer(chunk), [&received, handler = std::move(handler)](
+                                                                beast::error_code readError,
+                                                                std::size_t bytes) mutable {
+                    received = bytes;
+                    handler(readError, bytes);
+                });
+            });
+            HttpAnswerReader::Progress progress = HttpAnswerReader::Progress::NeedMore;
+            if (error == net::error::eof) {
+                progress = reader.endOfStream();
+            } else if (error) {
+                return error;
+            } else {
+                progress = reader.feed(chunk.data(), received);
+            }
+            if (progress != HttpAnswerReader::Progress::NeedMore) {
+                return {};
+            }
         }
-        // The header first: reading header and body in one go skips the check of Content-Length
-        // against the body limit (seen with Boost 1.74).
-        if (auto const error = runToEnd(
-                ioc, [&](auto handler) { http::async_read_header(*stream, buffer, parser, std::move(handler)); })) {
-            return error;
+    }
+
+    // Posted by `cancel`; runs on the owner's thread inside its I/O and ends it, unless the turn it
+    // was meant for is over.
+    void abort(std::uint64_t forTurn) {
+        if (forTurn == turn && stream) {
+            stream->close();
         }
-        return runToEnd(ioc, [&](auto handler) { http::async_read(*stream, buffer, parser, std::move(handler)); });
     }
 
     void drop() {
@@ -160,7 +184,6 @@ struct __attribute__((visibility("hidden"))) HttpConnection::Impl {
             stream->socket().shutdown(tcp::socket::shutdown_both, ignored);
         }
         stream.reset();
-        buffer.clear();
     }
 
     RsiEndpoint const endpoint;
@@ -169,7 +192,8 @@ struct __attribute__((visibility("hidden"))) HttpConnection::Impl {
     NameResolver resolver;
     net::io_context ioc;
     std::optional<beast::tcp_stream> stream;
-    beast::flat_buffer buffer;
+    std::array<char, 16 * 1024> chunk{};
+    std::uint64_t turn = 0;  // counts the callers that owned the connection; written under the mutex
 };
 
 HttpConnection::HttpConnection(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes,
@@ -182,17 +206,64 @@ HttpConnection::~HttpConnection() {
 
 RequestState HttpConnection::exchange(Request const& request, Response& response) {
     response.setId(request.requestId);
-    auto const verb = verbOf(request.type);
-    if (!verb) {
+    if (!verbOf(request.type)) {
         m_logger << LogLevel::Error << "Refused request of type " << request.type << " over HTTP";
         response.setStatus(BAD_REQUEST);
         return {RequestStateFailed, "request type not sent over HTTP"};
     }
-    std::lock_guard<std::mutex> const lock(m_mutex);
-    auto message = buildMessage(request, *verb, m_impl->endpoint.text());
+    Call call;
+    call.thread = std::this_thread::get_id();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_calls.push_back(&call);
+    m_turn.wait(lock, [&] { return !m_busy || call.cancelled.load(); });
+    bool const owner = !call.cancelled.load();
+    if (owner) {
+        m_busy = true;
+        m_owner = &call;
+        ++m_impl->turn;
+    }
+    lock.unlock();
+
+    RequestState state =
+        owner ? exchangeOnConnection(request, call, response)
+              : answerNotSent(std::string(methodName(request.type)) + " " + wire::targetOf(request), "cancelled",
+                              response);
+
+    lock.lock();
+    if (owner) {
+        m_busy = false;
+        m_owner = nullptr;
+    }
+    m_calls.erase(std::find(m_calls.begin(), m_calls.end(), &call));
+    lock.unlock();
+    m_turn.notify_all();
+    return state;
+}
+
+void HttpConnection::cancel(std::thread::id caller) {
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        for (Call* call : m_calls) {
+            if (call->thread != caller) {
+                continue;
+            }
+            call->cancelled.store(true);
+            if (call == m_owner) {
+                net::post(m_impl->ioc, [impl = m_impl.get(), turn = m_impl->turn] { impl->abort(turn); });
+            }
+        }
+    }
+    m_turn.notify_all();
+}
+
+RequestState HttpConnection::exchangeOnConnection(Request const& request, Call const& call, Response& response) {
+    auto message = buildMessage(request, *verbOf(request.type), m_impl->endpoint.text());
     std::string const description = std::string(methodName(request.type)) + " " + std::string(message.target());
 
     for (int attempt = 0;; ++attempt) {
+        if (call.cancelled.load()) {
+            return answerNotSent(description, "cancelled", response);
+        }
         if (m_impl->stream && m_impl->isClosedByPeer()) {
             m_logger << LogLevel::Debug << description << ": idle connection was closed by the backend, reconnecting";
             m_impl->drop();
@@ -200,14 +271,15 @@ RequestState HttpConnection::exchange(Request const& request, Response& response
         if (!m_impl->stream) {
             std::string const failure = m_impl->connect();
             if (!failure.empty()) {
-                return answerNotSent(description, failure, response);
+                return answerNotSent(description, call.cancelled.load() ? "cancelled" : failure, response);
             }
         }
-        http::response_parser<http::string_body> parser;
-        parser.body_limit(m_impl->maxMessageBytes);
         std::size_t written = 0;
-        auto const error = m_impl->roundTrip(message, parser, written);
+        auto error = m_impl->write(message, written);
         if (error && written == 0) {
+            if (call.cancelled.load()) {
+                return answerNotSent(description, "cancelled", response);
+            }
             // Nothing of the request reached the backend, so it may go out once more on a fresh
             // connection when the backend had closed this one.
             if (attempt == 0 && isStaleConnection(error)) {
@@ -218,24 +290,32 @@ RequestState HttpConnection::exchange(Request const& request, Response& response
             return answerNotSent(description, "sending failed: " + error.message(), response);
         }
         // From here on the backend may have the request: it is never sent again.
-        if (error == beast::error::timeout) {
-            return answerGatewayTimeout(description,
-                                        "no answer within " + std::to_string(m_impl->timeout.count()) + " ms",
-                                        response);
+        HttpAnswerReader reader(m_impl->maxMessageBytes);
+        if (!error) {
+            error = m_impl->readAnswer(reader);
         }
-        if (error == http::error::body_limit) {
-            return answerGatewayTimeout(description,
-                                        "answer over " + std::to_string(m_impl->maxMessageBytes) + " bytes refused",
-                                        response);
+        if (call.cancelled.load()) {
+            return answerGatewayTimeout(description, "cancelled after sending", response);
         }
-        if (error) {
-            return answerGatewayTimeout(description, "connection broken after sending: " + error.message(), response);
+        std::string const failure = whyNoAnswer(error, reader, m_impl->timeout, m_impl->maxMessageBytes);
+        if (!failure.empty()) {
+            return answerGatewayTimeout(description, failure, response);
         }
-        if (!fillResponse(m_logger, description, parser.release(), response)) {
-            m_impl->drop();
-        }
-        return {RequestStateSucceeded, ""};
+        return takeAnswer(description, reader, response);
     }
+}
+
+RequestState HttpConnection::takeAnswer(std::string const& description, HttpAnswerReader& reader,
+                                        Response& response) {
+    reader.moveInto(response, m_logger, description);
+    if (reader.leftoverBytes() > 0) {
+        m_logger << LogLevel::Warning << description << ": " << reader.leftoverBytes()
+                 << " unasked bytes after the answer; dropping the connection";
+    }
+    if (!reader.isReusable()) {
+        m_impl->drop();
+    }
+    return {RequestStateSucceeded, ""};
 }
 
 RequestState HttpConnection::answerGatewayTimeout(std::string const& description, std::string const& reason,

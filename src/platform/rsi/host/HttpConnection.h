@@ -2,7 +2,10 @@
 //
 // Contract: `exchange` is synchronous and thread-safe (calls are serialised on one connection).
 // It connects on demand, sends the request and fills `response` with status, decoded body, ETag,
-// Location and the request's id; the state is then succeeded whatever the status. Failures are
+// Location and the request's id; the state is then succeeded whatever the status. Each answer is
+// read to its end, interim (1xx) answers skipped; a connection with bytes left after the answer is
+// dropped, never read for the next request. `cancel(caller)` ends the exchange that thread
+// `caller` runs or waits to run at once, as a failure like any other below. Failures are
 // one log line, state failed with a note, the connection dropped (the next call reconnects), and
 // a status that tells the framework whether to retry:
 // - nothing of the request was sent (name lookup failed or outlasted the time-out, connection
@@ -17,14 +20,19 @@
 #include "rsi/Request.h"
 #include "rsi/RequestState.h"
 #include "rsi/Response.h"
+#include "rsi/host/HttpAnswerReader.h"
 #include "rsi/host/NameResolver.h"
 #include "rsi/host/RsiEndpoint.h"
 
+#include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace qel::rsi::client::host {
 
@@ -38,9 +46,18 @@ public:
     HttpConnection& operator=(HttpConnection const&) = delete;
 
     RequestState exchange(Request const& request, Response& response);
+    void cancel(std::thread::id caller);
 
 private:
     struct Impl;
+    // One caller of `exchange`, registered while it waits for the connection or uses it.
+    struct Call {
+        std::thread::id thread;
+        std::atomic<bool> cancelled{false};
+    };
+
+    RequestState exchangeOnConnection(Request const& request, Call const& call, Response& response);
+    RequestState takeAnswer(std::string const& description, HttpAnswerReader& reader, Response& response);
 
     RequestState answerGatewayTimeout(std::string const& description, std::string const& reason, Response& response);
     RequestState answerNotSent(std::string const& description, std::string const& reason, Response& response);
@@ -49,7 +66,11 @@ private:
 
     common::logging::Logger const m_logger{"rsi.host.http"};
     std::mutex m_mutex;
-    std::unique_ptr<Impl> m_impl;  // guarded by m_mutex
+    std::condition_variable m_turn;
+    bool m_busy = false;             // guarded by m_mutex; a caller owns the connection
+    Call* m_owner = nullptr;         // guarded by m_mutex
+    std::vector<Call*> m_calls;      // guarded by m_mutex
+    std::unique_ptr<Impl> m_impl;    // used by the caller that owns the connection
 };
 
 }  // namespace qel::rsi::client::host

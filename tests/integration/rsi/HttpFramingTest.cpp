@@ -1,0 +1,79 @@
+// Answers stay in step with requests on the keep-alive connection, whatever extra a backend sends.
+#include "IntegrationSupport.h"
+#include "RawPeer.h"
+#include "dataformats/Json.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
+
+namespace qel::test {
+namespace {
+
+using namespace rsi::client;
+namespace http = boost::beast::http;
+
+std::string okAnswer(std::string const& body) {
+    return "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+           "\r\n\r\n" + body;
+}
+
+// Answers every request with {"for":"<its target>"}; the element "chatty" gets an unasked second
+// answer in the same write, the element "patient" a "100 Continue" before its answer.
+void answerByTarget(RawPeer::Socket& connection) {
+    boost::beast::flat_buffer buffer;
+    for (;;) {
+        http::request<http::string_body> request;
+        boost::system::error_code error;
+        http::read(connection, buffer, request, error);
+        if (error) {
+            return;
+        }
+        std::string const target(request.target());
+        std::string bytes = okAnswer(R"({"for":")" + target + R"("})");
+        if (target == "/onlinekvs/items/chatty") {
+            bytes += okAnswer(R"({"for":"nobody"})");
+        } else if (target == "/onlinekvs/items/patient") {
+            bytes = "HTTP/1.1 100 Continue\r\n\r\n" + bytes;
+        }
+        boost::asio::write(connection, boost::asio::buffer(bytes), error);
+        if (error) {
+            return;
+        }
+    }
+}
+
+class HttpFramingTest : public ::testing::Test {
+protected:
+    std::string get(std::string const& element, std::int16_t expectedStatus = 200) {
+        Response response;
+        client.request(*makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", element), response);
+        EXPECT_EQ(response.getStatus(), expectedStatus) << element;
+        return dataformats::json::stringify(response.getData(false));
+    }
+
+    RawPeer backend{answerByTarget};
+    host::HostRsiClient client{clientOptions(backend.port())};
+};
+
+TEST_F(HttpFramingTest, UnaskedAnswerIsNeverTakenForTheNextRequestsAnswer) {
+    EXPECT_EQ(get("chatty"), R"({"for":"/onlinekvs/items/chatty"})");
+    EXPECT_EQ(get("kvs-1"), R"({"for":"/onlinekvs/items/kvs-1"})");
+    EXPECT_TRUE(backend.waitForConnections(1)) << "the connection out of step was dropped";
+    EXPECT_EQ(get("kvs-2"), R"({"for":"/onlinekvs/items/kvs-2"})");
+    EXPECT_EQ(get("chatty"), R"({"for":"/onlinekvs/items/chatty"})");
+    EXPECT_EQ(get("kvs-3"), R"({"for":"/onlinekvs/items/kvs-3"})");
+}
+
+TEST_F(HttpFramingTest, InterimContinueIsSkippedToTheFinalAnswer) {
+    EXPECT_EQ(get("patient"), R"({"for":"/onlinekvs/items/patient"})");
+    EXPECT_EQ(get("kvs-1"), R"({"for":"/onlinekvs/items/kvs-1"})");
+    EXPECT_EQ(get("patient"), R"({"for":"/onlinekvs/items/patient"})");
+    EXPECT_EQ(get("kvs-2"), R"({"for":"/onlinekvs/items/kvs-2"})");
+    EXPECT_FALSE(backend.waitForConnections(1, 0)) << "in step, so the connection is kept";
+}
+
+}  // namespace
+}  // namespace qel::test
