@@ -39,7 +39,9 @@ RSIClientWrapper::~RSIClientWrapper() {
 
 void RSIClientWrapper::start() {
     m_logger << LogLevel::Info << "start";
-    Thread::start();
+    if (Thread::start()) {
+        m_workerStarted.store(true);
+    }
 }
 
 void RSIClientWrapper::stop() {
@@ -47,13 +49,39 @@ void RSIClientWrapper::stop() {
         return;
     }
     m_logger << LogLevel::Info << "stop";
+    std::shared_ptr<IRSIJob> running;
     {
         MutexGuard guard(m_lock);
         cancelJobs();
         m_stopped.store(true);  // under the lock, so that no job is queued behind the final clear
+        running = m_runningJob;
     }
     m_jobSignal.up();
+    if (running) {
+        running->requestCancel();
+    }
+    cancelWorkerCall();
     join();
+}
+
+void RSIClientWrapper::cancelWorkerCall() {
+    if (!m_workerStarted.load() || !m_client) {
+        return;
+    }
+    for (;;) {
+        std::thread::id worker;
+        {
+            MutexGuard guard(m_lock);
+            worker = m_workerThread;
+        }
+        if (worker != std::thread::id()) {
+            m_client->cancelCall(worker);
+        }
+        MutexGuard guard(m_loopMutex);
+        if (m_loopDone.wait(m_loopMutex, CANCEL_REPEAT_MS, [this] { return m_workerFinished; })) {
+            return;
+        }
+    }
 }
 
 void RSIClientWrapper::disconnect() {
@@ -69,6 +97,10 @@ void RSIClientWrapper::disconnect() {
 
 void RSIClientWrapper::run() {
     m_logger << LogLevel::Info << "Thread started";
+    {
+        MutexGuard guard(m_lock);
+        m_workerThread = std::this_thread::get_id();
+    }
     while (!m_stopped.load()) {
         m_jobSignal.down(JOB_WAIT_MS);
         if (m_stopped.load()) {
@@ -82,6 +114,11 @@ void RSIClientWrapper::run() {
     clearJobs();
     removeAllSubscriptions();
     m_logger << LogLevel::Info << "Thread finished";
+    {
+        MutexGuard guard(m_loopMutex);
+        m_workerFinished = true;
+    }
+    m_loopDone.broadcast();
 }
 
 void RSIClientWrapper::sendRequest(std::shared_ptr<Request> const& request,
@@ -188,20 +225,36 @@ void RSIClientWrapper::processJob() {
     std::shared_ptr<IRSIJob> job;
     {
         MutexGuard guard(m_lock);
-        if (m_jobs.empty()) {
+        if (m_jobs.empty() || m_stopped.load()) {
             return;
         }
         job = std::move(m_jobs.front());
         m_jobs.pop_front();
+        m_runningJob = job;
     }
     if (!job) {
         m_logger << LogLevel::Error << "RsiClientWrapper: RSI job is invalid";
         return;
     }
     job->process();
+    endRunning();
     if (std::dynamic_pointer_cast<RSIRequest>(job)) {
         settleRequest(job);
     }
+}
+
+bool RSIClientWrapper::beginRunning(std::shared_ptr<IRSIJob> const& job) {
+    MutexGuard guard(m_lock);
+    if (m_stopped.load()) {
+        return false;
+    }
+    m_runningJob = job;
+    return true;
+}
+
+void RSIClientWrapper::endRunning() {
+    MutexGuard guard(m_lock);
+    m_runningJob.reset();
 }
 
 void RSIClientWrapper::retryDueJobs() {
@@ -217,7 +270,12 @@ void RSIClientWrapper::retry(RSIRetryQueue::Entry& entry) {
     if (!job || (!isRequest && !isRegisteredAs(entry.subscriptionId, job.get()))) {
         return;  // unsubscribed or dropped meanwhile
     }
-    if (!job->canBeRetriedNow()) {
+    if (!beginRunning(job)) {
+        return;  // stopping: no new call to the client
+    }
+    bool const mayStay = job->canBeRetriedNow();
+    endRunning();
+    if (!mayStay) {
         if (isRequest) {
             m_logger << LogLevel::Trace << "Deleting RSI request";
         } else {

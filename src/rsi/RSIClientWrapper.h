@@ -5,9 +5,10 @@
 // wrapper's lock, so callers on any thread return at once. The worker waits at most 1000 ms for a
 // job, then runs at most one job and the retries that have fallen due. Jobs waiting for a retry
 // are kept apart, ordered by due time, so a loop costs the work that is due, not the number of
-// subscriptions or requests held. `stop` cancels queued work, ends and joins
-// the worker, which drops the queue and the subscriptions (unsubscribing them at the client); no
-// handler is called after `stop` returned. `disconnect` drops the subscriptions, cancels queued
+// subscriptions or requests held. `stop` cancels queued work and the job running, cuts the
+// client call it is blocked in short (so `stop` never waits out a stalled backend), ends and joins
+// the worker, which drops the queue and the subscriptions (unsubscribing them at the client); the
+// job cut short reports as cancelled, and no handler is called after `stop` returned. `disconnect` drops the subscriptions, cancels queued
 // work and restarts the subscription ids at 1 while the worker goes on. Call `stop` before the
 // last reference goes: the destructor stops too, but must not run on the worker thread itself.
 //
@@ -35,12 +36,16 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace qel::onlineservices::framework::core {
 
 class RSIClientWrapper : public qel::common::system::Thread, public IRSIClientWrapper {
 public:
     static constexpr std::uint32_t JOB_WAIT_MS = 1000;
+    // How often `stop` repeats cutting the worker's client call short, for a call that began just
+    // after the previous cut.
+    static constexpr std::uint32_t CANCEL_REPEAT_MS = 50;
 
     explicit RSIClientWrapper(std::shared_ptr<FrameworkConfig> const& config);
     ~RSIClientWrapper() override;
@@ -78,6 +83,11 @@ private:
     void watchRetries(std::shared_ptr<IRSIJob> const& job, unsigned int subscriptionId);
 
     void processJob();
+    // Marks `job` as the one the worker runs; false (and nothing marked) once stopped.
+    bool beginRunning(std::shared_ptr<IRSIJob> const& job);
+    void endRunning();
+    // Until the worker has ended: cancels the client call it may be blocked in.
+    void cancelWorkerCall();
     // Runs the retries that have fallen due; the others are not looked at.
     void retryDueJobs();
     void retry(RSIRetryQueue::Entry& entry);
@@ -106,12 +116,16 @@ private:
     qel::common::system::Semaphore m_jobSignal{0};
     mutable qel::common::system::Mutex m_lock;
     std::atomic<bool> m_stopped{false};  // written under m_lock, read anywhere
+    std::shared_ptr<IRSIJob> m_runningJob;  // guarded by m_lock
+    std::thread::id m_workerThread;         // guarded by m_lock
+    std::atomic<bool> m_workerStarted{false};
     std::atomic<unsigned int> m_nextSubscriptionId{1};
 
     qel::common::system::Mutex m_loopMutex;
     qel::common::system::CondVar m_loopDone;
     std::uint64_t m_wakeTickets = 0;     // guarded by m_loopMutex
     std::uint64_t m_finishedTicket = 0;  // guarded by m_loopMutex
+    bool m_workerFinished = false;       // guarded by m_loopMutex
 };
 
 }  // namespace qel::onlineservices::framework::core

@@ -48,6 +48,12 @@ bool RSIRequest::send(Response& response) {
         confirmRequestSuccess();
         return true;
     }
+    if (isCancelRequested()) {
+        // Cut short by a shutdown: reported like any cancelled job, never retried.
+        m_logger << LogLevel::Warning << "Cancel requested - abort request retry";
+        response = Response();
+        return true;
+    }
     m_logger << LogLevel::Error << "RSI request failed with HTTP " << status;
     if (status == HTTP_GATEWAY_TIMEOUT) {
         return true;

@@ -63,6 +63,13 @@ bool RSISubscription::subscribeAtClient(RequestState& state, Response& response)
     }
     std::weak_ptr<qel::rsi::client::EventHandler> const self = weak_from_this();
     m_clientSubscriptionId.store(client->subscribe(*m_request, response, state, self, 0, 0));
+    if (state.value != RequestStateSucceeded && isCancelRequested()) {
+        // Cut short by a shutdown: reported like any cancelled job, never retried.
+        m_logger << LogLevel::Warning << "Cancel requested - abort subscription retry";
+        state = RequestState(0, "");
+        response = Response();
+        return true;
+    }
     if (state.value != RequestStateSucceeded) {
         m_logger << LogLevel::Error << "RSI subscription request failed.";
         return !activateRetry();

@@ -4,7 +4,9 @@
 // call failed, with `response` (and `state`) filled. A request is judged by the response's status;
 // a subscription by `state`. After a successful `subscribe` the client calls the event handler,
 // while it is alive, for every event of the subscription, on a thread of its own, until
-// `unsubscribe` is called with the returned id. Implementations are thread-safe and never throw.
+// `unsubscribe` is called with the returned id. `cancelCall` lets an owner that shuts down end the
+// call its thread is blocked in instead of waiting out the time-outs; a client without it leaves
+// the call to end on its own. Implementations are thread-safe and never throw.
 #pragma once
 
 #include "rsi/EventHandler.h"
@@ -14,6 +16,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <thread>
 
 namespace qel::rsi::client {
 
@@ -28,6 +31,9 @@ public:
                                     std::weak_ptr<EventHandler> const& eventHandler, std::uint32_t options,
                                     std::uint32_t timeoutMs) = 0;
     virtual void unsubscribe(std::uint32_t subscriptionId) = 0;
+    // Ends at once the `request` or `subscribe` that thread `caller` is blocked in (nothing when it
+    // is in none), failed as the call's other failures are; calls of other threads go on.
+    virtual void cancelCall(std::thread::id caller) { static_cast<void>(caller); }
 };
 
 }  // namespace qel::rsi::client

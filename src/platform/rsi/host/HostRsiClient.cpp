@@ -26,4 +26,9 @@ void HostRsiClient::unsubscribe(std::uint32_t subscriptionId) {
     m_subscriptions.unsubscribe(subscriptionId);
 }
 
+void HostRsiClient::cancelCall(std::thread::id caller) {
+    m_http.cancel(caller);
+    m_subscriptions.cancel(caller);
+}
+
 }  // namespace qel::rsi::client::host

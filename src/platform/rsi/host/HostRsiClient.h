@@ -6,7 +6,9 @@
 // reset before writing) is answered 503, which the framework retries; one sent but not answered
 // in time, broken off or answered too big is answered like a gateway time-out (504) and never
 // sent again. Subscriptions share one WebSocket with its own reader thread, on which events are
-// delivered; when it closes, each live subscription gets one {"type":"error"} event. Messages
+// delivered; when it closes, each live subscription gets one {"type":"error"} event. A cancelled
+// call fails at once: a request as not sent (503) or, once it may have reached the backend, like a
+// gateway time-out (504); a subscribe with no subscription made. Messages
 // are bounded by `maxMessageBytes`. Name lookups of the endpoint's host run on lookup threads
 // ("rsi-resolve") and are bounded by the time-outs too. The client may be released on its reader
 // thread ("rsi-ws-reader") by a handler; that thread then ends on its own and is joined later
@@ -44,6 +46,7 @@ public:
                             std::weak_ptr<EventHandler> const& eventHandler, std::uint32_t options,
                             std::uint32_t timeoutMs) override;
     void unsubscribe(std::uint32_t subscriptionId) override;
+    void cancelCall(std::thread::id caller) override;
 
 private:
     HttpConnection m_http;

@@ -79,13 +79,38 @@ std::uint32_t WebSocketChannel::subscribe(Request const& request, Response& resp
         state = RequestState(RequestStateFailed, "subscribe from the reader thread refused");
         return 0;
     }
+    std::thread::id const caller = std::this_thread::get_id();
+    // Registered for `cancel` while this call lasts.
+    struct CallerScope {
+        WebSocketChannel& channel;
+        std::thread::id caller;
+        ~CallerScope() {
+            std::lock_guard<std::mutex> const lock(channel.m_mutex);
+            channel.m_callers.erase(caller);
+        }
+    };
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        m_callers[caller] = false;
+    }
+    CallerScope const scope{*this, caller};
+
     std::string error;
     if (!ensureConnected(timeout, error)) {
-        return fail(description, "not sent, WebSocket connect to " + m_endpoint.text() + " failed: " + error,
+        std::unique_lock<std::mutex> lock(m_mutex);
+        bool const cancelled = isCancelled(caller);
+        lock.unlock();
+        return fail(description,
+                    cancelled ? "not sent, cancelled"
+                              : "not sent, WebSocket connect to " + m_endpoint.text() + " failed: " + error,
                     SERVICE_UNAVAILABLE, response, state);
     }
 
     std::unique_lock<std::mutex> lock(m_mutex);
+    if (isCancelled(caller)) {
+        lock.unlock();
+        return fail(description, "not sent, cancelled", SERVICE_UNAVAILABLE, response, state);
+    }
     if (!m_open) {
         lock.unlock();
         return fail(description, "not sent, WebSocket closed", SERVICE_UNAVAILABLE, response, state);
@@ -95,12 +120,17 @@ std::uint32_t WebSocketChannel::subscribe(Request const& request, Response& resp
     pending.handler = handler;
     pending.requestId = request.requestId;
     m_session->send(subscribeMessage(reference, request));
-    bool const answered = m_acknowledged.wait_for(lock, std::chrono::milliseconds(timeout),
-                                                  [&] { return m_pending[reference].done; });
+    bool const answered = m_acknowledged.wait_for(lock, std::chrono::milliseconds(timeout), [&] {
+        return m_pending[reference].done || isCancelled(caller);
+    });
     Pending result = std::move(m_pending[reference]);
     m_pending.erase(reference);
     lock.unlock();
 
+    if (answered && !result.done) {
+        // A late acknowledgement finds no one waiting and is unsubscribed at the backend.
+        return fail(description, "cancelled before the acknowledgement", GATEWAY_TIMEOUT, response, state);
+    }
     if (!answered) {
         return fail(description, "no acknowledgement within " + std::to_string(timeout) + " ms", GATEWAY_TIMEOUT,
                     response, state);
@@ -114,6 +144,26 @@ std::uint32_t WebSocketChannel::subscribe(Request const& request, Response& resp
     }
     state = RequestState(RequestStateSucceeded, "");
     return result.subscriptionId;
+}
+
+void WebSocketChannel::cancel(std::thread::id caller) {
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        auto const call = m_callers.find(caller);
+        if (call == m_callers.end()) {
+            return;
+        }
+        call->second = true;
+        if (m_connecting != nullptr && m_connectingThread == caller) {
+            m_connecting->cancelConnect();
+        }
+    }
+    m_acknowledged.notify_all();
+}
+
+bool WebSocketChannel::isCancelled(std::thread::id caller) const {
+    auto const call = m_callers.find(caller);
+    return call != m_callers.end() && call->second;
 }
 
 void WebSocketChannel::unsubscribe(std::uint32_t subscriptionId) {
@@ -157,11 +207,22 @@ bool WebSocketChannel::ensureConnected(std::uint32_t timeoutMs, std::string& err
         error = "name lookup failed: " + found.error;
         return false;
     }
-    if (!session->connect(found.addresses, timeoutMs, error)) {
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        if (isCancelled(std::this_thread::get_id())) {
+            error = "cancelled";
+            return false;
+        }
+        m_connecting = session.get();
+        m_connectingThread = std::this_thread::get_id();
+    }
+    bool const connected = session->connect(found.addresses, timeoutMs, error);
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    m_connecting = nullptr;
+    if (!connected) {
         return false;
     }
     m_logger << LogLevel::Info << "WebSocket connected to " << m_endpoint.text();
-    std::lock_guard<std::mutex> const lock(m_mutex);
     m_session = std::move(session);
     m_open = true;
     // Started under the lock so that a connection lost at once is seen after `m_open` was set.

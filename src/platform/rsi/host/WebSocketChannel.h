@@ -9,7 +9,10 @@
 // subscription go to its handler on the reader thread exactly as the backend sent them. When the
 // connection ends, every live subscription receives one {"type":"error"} event and is forgotten;
 // the next `subscribe` reconnects. `unsubscribe` of a live id sends one unsubscribe message; any
-// other id is ignored. Ids are never reused by one channel. `subscribe` is refused on the reader
+// other id is ignored. Ids are never reused by one channel. `cancel(caller)` ends the `subscribe`
+// that thread `caller` runs at once, its connect broken off or its wait for the acknowledgement
+// ended, with no subscription made (a subscribe still waiting for another thread's connect ends
+// when that connect does). `subscribe` is refused on the reader
 // thread. The channel may be destroyed there (a handler let go of the last owner during an event):
 // nothing touches the channel after a handler returned.
 #pragma once
@@ -30,6 +33,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 
 namespace qel::rsi::client::host {
 
@@ -46,6 +50,7 @@ public:
     std::uint32_t subscribe(Request const& request, Response& response, RequestState& state,
                             std::weak_ptr<EventHandler> const& handler, std::uint32_t timeoutMs);
     void unsubscribe(std::uint32_t subscriptionId);
+    void cancel(std::thread::id caller);
 
 private:
     struct Pending {
@@ -64,6 +69,7 @@ private:
     };
 
     bool ensureConnected(std::uint32_t timeoutMs, std::string& error);
+    bool isCancelled(std::thread::id caller) const;  // m_mutex held
     std::uint32_t fail(std::string const& description, std::string const& note, std::int16_t status,
                        Response& response, RequestState& state);
     void onMessage(std::string const& text);
@@ -88,6 +94,9 @@ private:
     std::map<std::uint64_t, Pending> m_pending;       // by reference; guarded by m_mutex
     std::map<std::uint32_t, Live> m_live;             // by our id; guarded by m_mutex
     std::map<std::uint32_t, std::uint32_t> m_idByBackendId;  // guarded by m_mutex
+    std::map<std::thread::id, bool> m_callers;  // threads in `subscribe`: cancelled?; guarded by m_mutex
+    WebSocketSession* m_connecting = nullptr;   // the session `ensureConnected` makes; guarded by m_mutex
+    std::thread::id m_connectingThread;         // guarded by m_mutex
 };
 
 }  // namespace qel::rsi::client::host

@@ -7,6 +7,7 @@
 #include <boost/beast/core.hpp>
 #include <boost/beast/websocket.hpp>
 
+#include <atomic>
 #include <chrono>
 #include <deque>
 #include <mutex>
@@ -139,6 +140,8 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
     std::size_t const maxMessageBytes;
     Callbacks const callbacks;
     bool orphaned = false;  // the session was destroyed on the reader thread; no more callbacks
+    std::atomic<bool> connectCancelled{false};
+    bool connected = false;  // set by `connect` before the reader thread starts
     net::io_context ioc;
     websocket::stream<beast::tcp_stream> ws{ioc};
     beast::flat_buffer buffer;
@@ -178,6 +181,9 @@ bool WebSocketSession::connect(std::vector<std::string> const& addresses, std::u
     lowest.expires_after(timeout);
     beast::error_code failure =
         runToEnd(impl.ioc, [&](auto handler) { lowest.async_connect(endpoints, std::move(handler)); });
+    if (!failure && impl.connectCancelled.load()) {
+        failure = net::error::operation_aborted;
+    }
     if (!failure) {
         // Small messages go out at once instead of waiting for the previous one's ACK.
         lowest.socket().set_option(tcp::no_delay(true), failure);
@@ -187,6 +193,9 @@ bool WebSocketSession::connect(std::vector<std::string> const& addresses, std::u
             impl.ws.async_handshake(impl.endpoint.text(), PATH, std::move(handler));
         });
     }
+    if (!failure && impl.connectCancelled.load()) {
+        failure = net::error::operation_aborted;
+    }
     if (failure) {
         error = failure.message();
         lowest.close();
@@ -195,7 +204,18 @@ bool WebSocketSession::connect(std::vector<std::string> const& addresses, std::u
     // From here on the WebSocket's own time-outs apply (close handshake), not the socket's.
     lowest.expires_never();
     impl.ws.set_option(websocket::stream_base::timeout{timeout, websocket::stream_base::none(), false});
+    impl.connected = true;
     return true;
+}
+
+void WebSocketSession::cancelConnect() {
+    m_impl->connectCancelled.store(true);
+    // Runs inside the connecting thread's I/O, or on the reader thread once connected.
+    net::post(m_impl->ioc, [impl = m_impl.get()] {
+        if (!impl->connected) {
+            beast::get_lowest_layer(impl->ws).close();
+        }
+    });
 }
 
 void WebSocketSession::start() {

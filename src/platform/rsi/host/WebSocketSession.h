@@ -40,6 +40,8 @@ public:
     // Connects to the first of `addresses` (address literals) that answers, at the endpoint's
     // port. False, with `error` filled, when the connection could not be made; call once.
     bool connect(std::vector<std::string> const& addresses, std::uint32_t timeoutMs, std::string& error);
+    // Breaks off a `connect` running on another thread, which then fails; no effect once connected.
+    void cancelConnect();
     // Starts the reader thread after a successful `connect`.
     void start();
     void send(std::string message);
