@@ -74,6 +74,9 @@ void RSIClientWrapper::cancelWorkerCall() {
             MutexGuard guard(m_lock);
             worker = m_workerThread;
         }
+        if (worker == std::this_thread::get_id()) {
+            return;  // stopped from a job's own callback: the worker ends after it
+        }
         if (worker != std::thread::id()) {
             m_client->cancelCall(worker);
         }
