@@ -6,8 +6,9 @@
 // reset before writing) is answered 503, which the framework retries; one sent but not answered
 // in time, broken off or answered too big is answered like a gateway time-out (504) and never
 // sent again. Subscriptions share one WebSocket with its own reader thread, on which events are
-// delivered; when it closes, each live subscription gets one {"type":"error"} event. Messages
-// are bounded by `maxMessageBytes`. Name lookups of the endpoint's host run on lookup threads
+// delivered; when it closes, each live subscription gets one {"type":"error"} event. HTTP answers
+// are bounded by `maxMessageBytes`; the WebSocket's bounds (event and message sizes, idle and
+// close time-outs) are `webSocket`. Name lookups of the endpoint's host run on lookup threads
 // ("rsi-resolve") and are bounded by the time-outs too. The client may be released on its reader
 // thread ("rsi-ws-reader") by a handler; that thread then ends on its own and is joined later
 // (see `WebSocketSession`).
@@ -29,7 +30,8 @@ public:
         RsiEndpoint endpoint;
         std::uint32_t requestTimeoutMs = 10000;
         std::uint32_t subscribeTimeoutMs = 10000;  // also bounds connecting the WebSocket
-        std::size_t maxMessageBytes = 4 * 1024 * 1024;
+        std::size_t maxMessageBytes = 4 * 1024 * 1024;  // per HTTP answer
+        WebSocketLimits webSocket;
         // Finds the endpoint's addresses when its host is a name; empty: the system's lookup.
         NameResolver::Lookup lookup;
     };
