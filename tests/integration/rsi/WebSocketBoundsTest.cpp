@@ -173,13 +173,14 @@ TEST_F(WebSocketBoundsTest, ProtocolViolationsEndTheLinkAtOnceWhileTheBackendKee
         {"reserved bit", {0xA1, 0x00}, "protocol violation: The WebSocket frame contained illegal reserved bits"},
         {"masked frame", {0x81, 0x81, 0x01, 0x02, 0x03, 0x04, 'a' ^ 0x01},
          "protocol violation: The WebSocket frame was masked"},
-        {"invalid UTF-8", {0x81, 0x02, 0xC3, 0x28}, "protocol violation: The WebSocket frame payload was not valid utf8"},
+        {"invalid UTF-8", {0x81, 0x02, 0xC3, 0x28},
+         "protocol violation: The WebSocket frame payload was not valid utf8"},
     };
     for (auto const& violation : violations) {
         SCOPED_TRACE(violation.name);
         first = std::make_shared<RecordingHandler>();
         second = std::make_shared<RecordingHandler>();
-        LogWaiter log;
+        LogWaiter lines;  // of this round only
         ScriptedBackend backend(2, [&](ServerStream& ws) { writeRaw(ws, violation.frame); });
         auto client = std::make_unique<HostRsiClient>(boundedOptions(backend.port()));
         subscribeBoth(*client);
@@ -189,7 +190,8 @@ TEST_F(WebSocketBoundsTest, ProtocolViolationsEndTheLinkAtOnceWhileTheBackendKee
         auto const destroying = Clock::now();
         client.reset();
         EXPECT_LT(Clock::now() - destroying, TWO_SECONDS);
-        EXPECT_EQ(log.count("WebSocket closed (" + std::string(violation.reason) + "); ending 2 subscription(s)"), 1u);
+        EXPECT_EQ(lines.count("WebSocket closed (" + std::string(violation.reason) + "); ending 2 subscription(s)"),
+                  1u);
         EXPECT_EQ(first->events.size(), 1u) << "exactly one error event each";
         EXPECT_EQ(second->events.size(), 1u);
     }
@@ -285,8 +287,10 @@ TEST(WebSocketSessionCloseTest, CloseAfterQueuedMessagesSendsThemAllFirst) {
     endpoint.host = "127.0.0.1";
     endpoint.port = backend.port();
     std::promise<std::string> closed;
+    auto closedFor = closed.get_future();
     host::WebSocketSession session(endpoint, host::WebSocketLimits{},
-                                   {[](std::string const&) {}, [&](std::string const& reason) { closed.set_value(reason); }});
+                                   {[](std::string const&) {},
+                                    [&](std::string const& reason) { closed.set_value(reason); }});
     std::string error;
     ASSERT_TRUE(session.connect({"127.0.0.1"}, 2000, error)) << error;
     session.start();
@@ -301,6 +305,8 @@ TEST(WebSocketSessionCloseTest, CloseAfterQueuedMessagesSendsThemAllFirst) {
     ASSERT_EQ(result.wait_for(TWO_SECONDS), std::future_status::ready);
     std::vector<std::string> const expected = {"one", big, "three", "<close>"};
     EXPECT_EQ(result.get(), expected);
+    ASSERT_EQ(closedFor.wait_for(TWO_SECONDS), std::future_status::ready);
+    EXPECT_EQ(closedFor.get(), "closed by the client");
 }
 
 }  // namespace

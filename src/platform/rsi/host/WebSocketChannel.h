@@ -9,7 +9,8 @@
 // subscription go to its handler on the reader thread exactly as the backend sent them; an event
 // over `WebSocketLimits::maxEventBytes` is refused with a log line naming its subscription, and
 // the connection stays for the others. When the connection ends, every live subscription
-// receives one {"type":"error"} event and is forgotten; the next `subscribe` reconnects. `unsubscribe` of a live id sends one unsubscribe message; any
+// receives one {"type":"error"} event and is forgotten; the next `subscribe` reconnects.
+// `unsubscribe` of a live id sends one unsubscribe message; any
 // other id is ignored. Ids are never reused by one channel. `subscribe` is refused on the reader
 // thread. The channel may be destroyed there (a handler let go of the last owner during an event):
 // nothing touches the channel after a handler returned.

@@ -179,7 +179,8 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
             return closing ? "no answer to the close within " + std::to_string(limits.closeTimeoutMs) + " ms"
                            : "nothing received within " + std::to_string(limits.idleTimeoutMs) + " ms";
         }
-        if (error == websocket::error::closed) {
+        // Our close ends the pending read as cancelled: the socket goes once the frames crossed.
+        if (error == websocket::error::closed || (closing && error == net::error::operation_aborted)) {
             return "closed by the " + std::string(closing ? "client" : "backend");
         }
         return error.message();
