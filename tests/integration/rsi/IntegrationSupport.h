@@ -41,6 +41,8 @@ inline rsi::client::host::HostRsiClient::Options clientOptions(std::uint16_t por
     options.requestTimeoutMs = timeoutMs;
     options.subscribeTimeoutMs = timeoutMs;
     options.maxMessageBytes = 64 * 1024;
+    options.webSocket.maxEventBytes = 64 * 1024;
+    options.webSocket.maxMessageBytes = 256 * 1024;
     return options;
 }
 

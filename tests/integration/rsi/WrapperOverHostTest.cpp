@@ -204,7 +204,12 @@ TEST_F(WrapperOverHostTest, MisbehavingBackendIsLoggedAndSurvived) {
     EXPECT_EQ(handler->events.all().size(), 2u);
 
     simulator.sendRawToWebSockets(std::string(100 * 1024, 'x'));
-    ASSERT_TRUE(log.waitFor("Refused WebSocket message over 65536 bytes; closing the connection"));
+    ASSERT_TRUE(log.waitFor("Refused WebSocket message that is not valid JSON (102400 bytes)"));
+    simulator.rotateToken("tok-1", "flowing-after-a-big-message");
+    ASSERT_TRUE(handler->events.waitFor(3));
+
+    simulator.sendRawToWebSockets(std::string(300 * 1024, 'x'));
+    ASSERT_TRUE(log.waitFor("Refused WebSocket message over 262144 bytes; closing the connection"));
     ASSERT_TRUE(log.waitFor("Subscription websocket closed"));
 }
 

@@ -10,7 +10,7 @@ HostRsiClient::Options HostRsiClient::defaultOptions() {
 
 HostRsiClient::HostRsiClient(Options const& options)
     : m_http(options.endpoint, options.requestTimeoutMs, options.maxMessageBytes, options.lookup),
-      m_subscriptions(options.endpoint, options.subscribeTimeoutMs, options.maxMessageBytes, options.lookup) {}
+      m_subscriptions(options.endpoint, options.subscribeTimeoutMs, options.webSocket, options.lookup) {}
 
 RequestState HostRsiClient::request(Request const& request, Response& response) {
     return m_http.exchange(request, response);

@@ -8,8 +8,9 @@
 // sent again. Subscriptions share one WebSocket with its own reader thread, on which events are
 // delivered; when it closes, each live subscription gets one {"type":"error"} event. A cancelled
 // call fails at once: a request as not sent (503) or, once it may have reached the backend, like a
-// gateway time-out (504); a subscribe with no subscription made. Messages
-// are bounded by `maxMessageBytes`. Name lookups of the endpoint's host run on lookup threads
+// gateway time-out (504); a subscribe with no subscription made. HTTP answers are bounded by
+// `maxMessageBytes`; the WebSocket's bounds (event and message sizes, idle and close time-outs)
+// are `webSocket`. Name lookups of the endpoint's host run on lookup threads
 // ("rsi-resolve") and are bounded by the time-outs too. The client may be released on its reader
 // thread ("rsi-ws-reader") by a handler; that thread then ends on its own and is joined later
 // (see `WebSocketSession`).
@@ -31,7 +32,8 @@ public:
         RsiEndpoint endpoint;
         std::uint32_t requestTimeoutMs = 10000;
         std::uint32_t subscribeTimeoutMs = 10000;  // also bounds connecting the WebSocket
-        std::size_t maxMessageBytes = 4 * 1024 * 1024;
+        std::size_t maxMessageBytes = 4 * 1024 * 1024;  // per HTTP answer
+        WebSocketLimits webSocket;
         // Finds the endpoint's addresses when its host is a name; empty: the system's lookup.
         NameResolver::Lookup lookup;
     };

@@ -51,15 +51,16 @@ std::unique_ptr<Value> errorEvent() {
 
 }  // namespace
 
-WebSocketChannel::WebSocketChannel(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes,
-                                   NameResolver::Lookup lookup)
+WebSocketChannel::WebSocketChannel(RsiEndpoint endpoint, std::uint32_t timeoutMs, WebSocketLimits const& limits,
+                                   NameResolver::Lookup lookup, WebSocketLink::Factory link)
     : m_endpoint(std::move(endpoint)),
       m_timeoutMs(timeoutMs),
-      m_maxMessageBytes(maxMessageBytes),
+      m_limits(limits),
+      m_link(std::move(link)),
       m_resolver(m_endpoint.host, std::move(lookup)) {}
 
 WebSocketChannel::~WebSocketChannel() {
-    std::unique_ptr<WebSocketSession> session;
+    std::unique_ptr<WebSocketLink> session;
     {
         std::lock_guard<std::mutex> const lock(m_mutex);
         m_shuttingDown = true;
@@ -119,6 +120,7 @@ std::uint32_t WebSocketChannel::subscribe(Request const& request, Response& resp
     Pending& pending = m_pending[reference];
     pending.handler = handler;
     pending.requestId = request.requestId;
+    pending.target = wire::targetOf(request);
     m_session->send(subscribeMessage(reference, request));
     bool const answered = m_acknowledged.wait_for(lock, std::chrono::milliseconds(timeout), [&] {
         return m_pending[reference].done || isCancelled(caller);
@@ -183,7 +185,7 @@ void WebSocketChannel::unsubscribe(std::uint32_t subscriptionId) {
 
 bool WebSocketChannel::ensureConnected(std::uint32_t timeoutMs, std::string& error) {
     std::lock_guard<std::mutex> const connectLock(m_connectMutex);
-    std::unique_ptr<WebSocketSession> previous;
+    std::unique_ptr<WebSocketLink> previous;
     {
         std::lock_guard<std::mutex> const lock(m_mutex);
         if (m_open) {
@@ -198,10 +200,11 @@ bool WebSocketChannel::ensureConnected(std::uint32_t timeoutMs, std::string& err
     // The previous connection has ended; its reader thread finishes delivering the error events.
     previous.reset();
 
-    auto session = std::make_unique<WebSocketSession>(
-        m_endpoint, m_maxMessageBytes,
-        WebSocketSession::Callbacks{[this](std::string const& text) { onMessage(text); },
-                                    [this](std::string const& reason) { onClosed(reason); }});
+    WebSocketLink::Callbacks callbacks{[this](std::string const& text) { onMessage(text); },
+                                       [this](std::string const& reason) { onClosed(reason); }};
+    std::unique_ptr<WebSocketLink> session =
+        m_link ? m_link(std::move(callbacks))
+               : std::make_unique<WebSocketSession>(m_endpoint, m_limits, std::move(callbacks));
     auto const found = m_resolver.resolve(timeoutMs);
     if (!found.error.empty()) {
         error = "name lookup failed: " + found.error;
@@ -248,7 +251,7 @@ void WebSocketChannel::onMessage(std::string const& text) {
     Ref const root(message.get());
     std::string const type = root("type").asString();
     if (type == wire::EVENT) {
-        onEvent(root);
+        onEvent(root, text.size());
     } else if (type == wire::ACK) {
         onAcknowledgement(root);
     } else {
@@ -280,13 +283,16 @@ void WebSocketChannel::onAcknowledgement(Ref message) {
     } else {
         // Registered before the next message is read, so the first event finds its handler.
         entry.subscriptionId = m_nextSubscriptionId++;
-        m_live[entry.subscriptionId] = Live{backendId, entry.requestId, entry.handler};
+        m_live[entry.subscriptionId] = Live{backendId, entry.requestId, entry.handler, entry.target};
         m_idByBackendId[backendId] = entry.subscriptionId;
     }
     m_acknowledged.notify_all();
 }
 
-void WebSocketChannel::onEvent(Ref message) {
+// The whole message was read (up to the connection's own, larger bound) before this bound is
+// applied: so the event can be refused alone and named, while the connection other
+// subscriptions share stays open, which a bound on the transport's reads would not allow.
+void WebSocketChannel::onEvent(Ref message, std::size_t size) {
     auto const backendId = static_cast<std::uint32_t>(message("subscriptionId").asInteger());
     Ref const event = message("event");
     if (event.kind() != Value::Kind::Object) {
@@ -302,6 +308,11 @@ void WebSocketChannel::onEvent(Ref message) {
             return;
         }
         target = m_live[id->second];
+    }
+    if (size > m_limits.maxEventBytes) {
+        m_logger << LogLevel::Warning << "Refused event of " << size << " bytes, over " << m_limits.maxEventBytes
+                 << ", for subscription " << backendId << " (" << target.target << ")";
+        return;
     }
     // Last use of the channel: releasing the handler may destroy it.
     if (auto const handler = target.handler.lock()) {

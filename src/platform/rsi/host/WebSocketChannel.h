@@ -6,13 +6,15 @@
 // verdict, and returns the client's own id of the subscription (0 when none was made; a
 // connection that could not be made, the name lookup included, is answered 503 as a request
 // that was not sent; a missing acknowledgement like a gateway time-out, 504). Events of a live
-// subscription go to its handler on the reader thread exactly as the backend sent them. When the
-// connection ends, every live subscription receives one {"type":"error"} event and is forgotten;
-// the next `subscribe` reconnects. `unsubscribe` of a live id sends one unsubscribe message; any
-// other id is ignored. Ids are never reused by one channel. `cancel(caller)` ends the `subscribe`
-// that thread `caller` runs at once, its connect broken off or its wait for the acknowledgement
-// ended, with no subscription made (a subscribe still waiting for another thread's connect ends
-// when that connect does). `subscribe` is refused on the reader
+// subscription go to its handler on the reader thread exactly as the backend sent them; an event
+// over `WebSocketLimits::maxEventBytes` is refused with a log line naming its subscription, and
+// the connection stays for the others. When the connection ends, every live subscription
+// receives one {"type":"error"} event and is forgotten; the next `subscribe` reconnects.
+// `unsubscribe` of a live id sends one unsubscribe message; any other id is ignored. Ids are never
+// reused by one channel. `cancel(caller)` ends the `subscribe` that thread `caller` runs at once,
+// its connect broken off or its wait for the acknowledgement ended, with no subscription made (a
+// subscribe still waiting for another thread's connect ends when that connect does). `subscribe`
+// is refused on the reader
 // thread. The channel may be destroyed there (a handler let go of the last owner during an event):
 // nothing touches the channel after a handler returned.
 #pragma once
@@ -25,9 +27,11 @@
 #include "rsi/Response.h"
 #include "rsi/host/NameResolver.h"
 #include "rsi/host/RsiEndpoint.h"
+#include "rsi/host/WebSocketLink.h"
 #include "rsi/host/WebSocketSession.h"
 
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -39,9 +43,10 @@ namespace qel::rsi::client::host {
 
 class WebSocketChannel {
 public:
-    // `lookup` finds the host's addresses (empty: the system's).
-    WebSocketChannel(RsiEndpoint endpoint, std::uint32_t timeoutMs, std::size_t maxMessageBytes,
-                     NameResolver::Lookup lookup = {});
+    // `lookup` finds the host's addresses (empty: the system's); `link` makes the connection
+    // (empty: a `WebSocketSession` to the endpoint).
+    WebSocketChannel(RsiEndpoint endpoint, std::uint32_t timeoutMs, WebSocketLimits const& limits,
+                     NameResolver::Lookup lookup = {}, WebSocketLink::Factory link = {});
     ~WebSocketChannel();
     WebSocketChannel(WebSocketChannel const&) = delete;
     WebSocketChannel& operator=(WebSocketChannel const&) = delete;
@@ -56,6 +61,7 @@ private:
     struct Pending {
         std::weak_ptr<EventHandler> handler;
         std::uint32_t requestId = 0;
+        std::string target;
         bool done = false;
         std::int16_t status = 0;
         std::unique_ptr<dataformats::data::Value> data;
@@ -66,6 +72,7 @@ private:
         std::uint32_t backendId = 0;
         std::uint32_t requestId = 0;
         std::weak_ptr<EventHandler> handler;
+        std::string target;  // names the subscription in log lines
     };
 
     bool ensureConnected(std::uint32_t timeoutMs, std::string& error);
@@ -74,19 +81,20 @@ private:
                        Response& response, RequestState& state);
     void onMessage(std::string const& text);
     void onAcknowledgement(dataformats::data::Ref message);
-    void onEvent(dataformats::data::Ref message);
+    void onEvent(dataformats::data::Ref message, std::size_t size);
     void onClosed(std::string const& reason);
 
     common::logging::Logger const m_logger{"rsi.host.websocket"};
     RsiEndpoint const m_endpoint;
     std::uint32_t const m_timeoutMs;
-    std::size_t const m_maxMessageBytes;
+    WebSocketLimits const m_limits;
+    WebSocketLink::Factory const m_link;
     NameResolver m_resolver;
 
     std::mutex m_connectMutex;  // serialises connecting; taken before m_mutex
     std::mutex m_mutex;
     std::condition_variable m_acknowledged;
-    std::unique_ptr<WebSocketSession> m_session;     // guarded by m_mutex
+    std::unique_ptr<WebSocketLink> m_session;        // guarded by m_mutex
     bool m_open = false;                              // guarded by m_mutex
     bool m_shuttingDown = false;                      // guarded by m_mutex
     std::uint64_t m_nextReference = 1;                // guarded by m_mutex
@@ -95,7 +103,7 @@ private:
     std::map<std::uint32_t, Live> m_live;             // by our id; guarded by m_mutex
     std::map<std::uint32_t, std::uint32_t> m_idByBackendId;  // guarded by m_mutex
     std::map<std::thread::id, bool> m_callers;  // threads in `subscribe`: cancelled?; guarded by m_mutex
-    WebSocketSession* m_connecting = nullptr;   // the session `ensureConnected` makes; guarded by m_mutex
+    WebSocketLink* m_connecting = nullptr;      // the link `ensureConnected` makes; guarded by m_mutex
     std::thread::id m_connectingThread;         // guarded by m_mutex
 };
 

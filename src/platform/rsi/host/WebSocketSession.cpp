@@ -54,13 +54,30 @@ private:
     std::vector<std::thread> m_threads;  // guarded by m_mutex
 };
 
+// The backend's TCP stream: a type of our own, so that the WebSocket's teardown below is ours.
+class BackendStream : public beast::tcp_stream {
+public:
+    using beast::tcp_stream::tcp_stream;
+};
+
+// The stock client teardown reads until the backend closes TCP, which a stuck or hostile backend
+// never does. Ours runs once the close frames were exchanged, or at once after a protocol
+// violation, and closes the socket without waiting: the connection is over either way.
+template <typename Handler>
+void async_teardown(beast::role_type /*role*/, BackendStream& stream, Handler&& handler) {
+    beast::error_code ignored;
+    stream.socket().shutdown(tcp::socket::shutdown_both, ignored);
+    stream.close();
+    net::post(stream.get_executor(), beast::bind_front_handler(std::forward<Handler>(handler), beast::error_code{}));
+}
+
 }  // namespace
 
 // Everything below `connect` runs on the reader thread only, so it needs no lock.
 // Hidden: its members carry Boost types, which the library must not export.
 struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
-    Impl(RsiEndpoint endpointIn, std::size_t maxBytes, Callbacks callbacksIn)
-        : endpoint(std::move(endpointIn)), maxMessageBytes(maxBytes), callbacks(std::move(callbacksIn)) {}
+    Impl(RsiEndpoint endpointIn, WebSocketLimits const& limitsIn, Callbacks callbacksIn)
+        : endpoint(std::move(endpointIn)), limits(limitsIn), callbacks(std::move(callbacksIn)) {}
 
     void readNext() {
         ws.async_read(buffer, [this](beast::error_code error, std::size_t) { onRead(error); });
@@ -72,7 +89,7 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
             return;
         }
         if (orphaned) {
-            // Nobody listens any more; the close started by the destructor ends the reads.
+            // Nobody listens any more; the socket closed by the destructor ends the reads.
         } else if (ws.got_text()) {
             callbacks.onMessage(beast::buffers_to_string(buffer.data()));
         } else {
@@ -83,7 +100,7 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
     }
 
     void enqueue(std::string message) {
-        if (ended) {
+        if (ended || closing) {
             return;
         }
         outbox.push_back(std::move(message));
@@ -108,55 +125,90 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
             outbox.pop_front();
             if (!outbox.empty()) {
                 writeNext();
+            } else if (closing) {
+                sendClose();
             }
         });
     }
 
+    // The stream allows one write at a time and the close frame is one: with messages still going
+    // out, the last write's completion sends it.
     void startClose() {
         if (ended || closing) {
             return;
         }
         closing = true;
+        if (outbox.empty()) {
+            sendClose();
+        }
+    }
+
+    void sendClose() {
         ws.async_close(websocket::close_code::normal, [](beast::error_code) {});
+    }
+
+    // Without a handshake: every operation ends at once, the pending read with the reason.
+    void abort() {
+        if (!ended) {
+            closing = true;
+            beast::get_lowest_layer(ws).close();
+        }
     }
 
     void finish(beast::error_code const& error) {
         ended = true;
-        std::string reason = error.message();
-        if (error == websocket::error::message_too_big) {
-            reason = "message over " + std::to_string(maxMessageBytes) + " bytes refused";
-            logger << LogLevel::Warning << "Refused WebSocket message over " << maxMessageBytes
-                   << " bytes; closing the connection";
-        } else if (error == websocket::error::closed) {
-            reason = "closed by the " + std::string(closing ? "client" : "backend");
-        }
+        std::string const reason = describe(error);
         if (!orphaned) {
             callbacks.onClosed(reason);
         }
+        // The stream's own timer may still run for seconds; nothing is left to wait for.
+        ioc.stop();
+    }
+
+    std::string describe(beast::error_code const& error) const {
+        if (error == websocket::error::message_too_big) {
+            logger << LogLevel::Warning << "Refused WebSocket message over " << limits.maxMessageBytes
+                   << " bytes; closing the connection";
+            return "message over " + std::to_string(limits.maxMessageBytes) + " bytes refused";
+        }
+        if (error == websocket::condition::protocol_violation) {
+            logger << LogLevel::Warning << "WebSocket protocol violation by the backend (" << error.message()
+                   << "); closing the connection";
+            return "protocol violation: " + error.message();
+        }
+        if (error == beast::error::timeout) {
+            return closing ? "no answer to the close within " + std::to_string(limits.closeTimeoutMs) + " ms"
+                           : "nothing received within " + std::to_string(limits.idleTimeoutMs) + " ms";
+        }
+        // Our close ends the pending read as cancelled: the socket goes once the frames crossed.
+        if (error == websocket::error::closed || (closing && error == net::error::operation_aborted)) {
+            return "closed by the " + std::string(closing ? "client" : "backend");
+        }
+        return error.message();
     }
 
     common::logging::Logger const logger{"rsi.host.websocket"};
     RsiEndpoint const endpoint;
-    std::size_t const maxMessageBytes;
+    WebSocketLimits const limits;
     Callbacks const callbacks;
     bool orphaned = false;  // the session was destroyed on the reader thread; no more callbacks
     std::atomic<bool> connectCancelled{false};
     bool connected = false;  // set by `connect` before the reader thread starts
     net::io_context ioc;
-    websocket::stream<beast::tcp_stream> ws{ioc};
+    websocket::stream<BackendStream> ws{ioc};
     beast::flat_buffer buffer;
     std::deque<std::string> outbox;
     bool closing = false;
     bool ended = false;
 };
 
-WebSocketSession::WebSocketSession(RsiEndpoint endpoint, std::size_t maxMessageBytes, Callbacks callbacks)
-    : m_impl(std::make_shared<Impl>(std::move(endpoint), maxMessageBytes, std::move(callbacks))) {}
+WebSocketSession::WebSocketSession(RsiEndpoint endpoint, WebSocketLimits const& limits, Callbacks callbacks)
+    : m_impl(std::make_shared<Impl>(std::move(endpoint), limits, std::move(callbacks))) {}
 
 WebSocketSession::~WebSocketSession() {
-    close();
+    net::post(m_impl->ioc, [impl = m_impl.get()] { impl->abort(); });
     if (m_reader.joinable() && m_reader.get_id() == std::this_thread::get_id()) {
-        // The reader thread keeps the Impl alive until it has finished the close.
+        // The reader thread keeps the Impl alive until the read has ended.
         m_impl->orphaned = true;
         RetiredReaders::instance().adopt(std::move(m_reader));
         return;
@@ -187,7 +239,7 @@ bool WebSocketSession::connect(std::vector<std::string> const& addresses, std::u
     if (!failure) {
         // Small messages go out at once instead of waiting for the previous one's ACK.
         lowest.socket().set_option(tcp::no_delay(true), failure);
-        impl.ws.read_message_max(impl.maxMessageBytes);
+        impl.ws.read_message_max(impl.limits.maxMessageBytes);
         lowest.expires_after(timeout);
         failure = runToEnd(impl.ioc, [&](auto handler) {
             impl.ws.async_handshake(impl.endpoint.text(), PATH, std::move(handler));
@@ -201,9 +253,11 @@ bool WebSocketSession::connect(std::vector<std::string> const& addresses, std::u
         lowest.close();
         return false;
     }
-    // From here on the WebSocket's own time-outs apply (close handshake), not the socket's.
+    // From here on the WebSocket's own time-outs apply: the close handshake's, and the idle one
+    // with a ping half-way, which finds a silent link.
     lowest.expires_never();
-    impl.ws.set_option(websocket::stream_base::timeout{timeout, websocket::stream_base::none(), false});
+    impl.ws.set_option(websocket::stream_base::timeout{std::chrono::milliseconds(impl.limits.closeTimeoutMs),
+                                                       std::chrono::milliseconds(impl.limits.idleTimeoutMs), true});
     impl.connected = true;
     return true;
 }

@@ -4,18 +4,21 @@
 // the reader thread ("rsi-ws-reader"), which hands every text message to `onMessage`, in arrival order,
 // until the connection ends, then calls `onClosed` once with the reason and ends. `send` and
 // `close` are thread-safe and never block on the network: they queue work for the reader thread.
-// A message over the size bound ends the connection (the peer is told 1009, "too big"). The
-// destructor closes the connection and joins the thread. Destroyed on the reader thread itself
-// (the last owner let go during a callback), it calls back no more and leaves the thread to end on
-// its own; such threads are joined by the next `connect`, or at exit.
+// The connection's life is bounded (`WebSocketLimits`): a message over `maxMessageBytes` or any
+// other protocol violation by the backend (reserved opcode or bit, masked frame, invalid UTF-8)
+// is answered with a close frame and the socket is closed at once, without waiting for the
+// backend to let go; a link silent for `idleTimeoutMs` (pinged half-way) counts as lost; our own
+// close handshake waits at most `closeTimeoutMs`. The destructor closes the socket without a
+// handshake and joins the thread, so it never waits on the backend. Destroyed on the reader
+// thread itself (the last owner let go during a callback), it calls back no more and leaves the
+// thread to end on its own; such threads are joined by the next `connect`, or at exit.
 #pragma once
 
 #include "common/Logger.h"
 #include "rsi/host/RsiEndpoint.h"
+#include "rsi/host/WebSocketLink.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -23,29 +26,23 @@
 
 namespace qel::rsi::client::host {
 
-class WebSocketSession {
+class WebSocketSession : public WebSocketLink {
 public:
     static constexpr char const* PATH = "/subscriptions";
 
-    struct Callbacks {
-        std::function<void(std::string const& message)> onMessage;
-        std::function<void(std::string const& reason)> onClosed;
-    };
-
-    WebSocketSession(RsiEndpoint endpoint, std::size_t maxMessageBytes, Callbacks callbacks);
-    ~WebSocketSession();
+    WebSocketSession(RsiEndpoint endpoint, WebSocketLimits const& limits, Callbacks callbacks);
+    ~WebSocketSession() override;
     WebSocketSession(WebSocketSession const&) = delete;
     WebSocketSession& operator=(WebSocketSession const&) = delete;
 
-    // Connects to the first of `addresses` (address literals) that answers, at the endpoint's
-    // port. False, with `error` filled, when the connection could not be made; call once.
-    bool connect(std::vector<std::string> const& addresses, std::uint32_t timeoutMs, std::string& error);
-    // Breaks off a `connect` running on another thread, which then fails; no effect once connected.
-    void cancelConnect();
-    // Starts the reader thread after a successful `connect`.
-    void start();
-    void send(std::string message);
-    void close();
+    // At the endpoint's port.
+    bool connect(std::vector<std::string> const& addresses, std::uint32_t timeoutMs, std::string& error) override;
+    void cancelConnect() override;
+    // Starts the reader thread.
+    void start() override;
+    void send(std::string message) override;
+    // Waits for the messages queued before to be written first; later ones are dropped.
+    void close() override;
     // Waits for the reader thread to end (after `close`, or once the connection was lost).
     void join();
 
