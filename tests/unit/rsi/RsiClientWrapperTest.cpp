@@ -186,6 +186,29 @@ TEST_F(RsiClientWrapperTest, SubscriptionLostWhileARetryIsConfirmedStartsItsSche
     EXPECT_EQ(rsi->subscriptions().size(), 5u);
 }
 
+TEST_F(RsiClientWrapperTest, CancelledRequestIsNotTriedAgainAndItsHandlerHearsIt) {
+    rsi->replyTo({}, Reply(500), 1);
+    auto const request = makeRequest(RequestTypePostElement, "onlinekvs", "items", "k");
+    wrapper->sendRequest(request, handler);
+    ASSERT_TRUE(rsi->waitForRequests(1));
+    ASSERT_TRUE(drainWorker(*wrapper));
+    wrapper->cancelRequest(request);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "cancelRequest POST onlinekvs/items/k   null"));
+
+    clock.advance(10001);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    ASSERT_TRUE(handler->responses.waitFor(1));
+    EXPECT_EQ(handler->responses.all()[0].status, 0);
+    EXPECT_TRUE(log.contains(LogLevel::Warning, "Cancel requested - abort request retry"));
+    clock.advance(100000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->requests().size(), 1u);
+    EXPECT_EQ(handler->responses.size(), 1u);
+
+    wrapper->cancelRequest(request);  // settled: nothing left to give up
+    EXPECT_EQ(log.count(LogLevel::Info, "cancelRequest POST onlinekvs/items/k   null"), 1u);
+}
+
 TEST_F(RsiClientWrapperTest, RetriesEachLostSubscriptionOnceWhenDueAndNeverOneRemovedMeanwhile) {
     EXPECT_EQ(subscribeItems("kept"), 1u);
     unsigned int const removed = subscribeItems("removed");
