@@ -53,10 +53,10 @@ public:
                            std::weak_ptr<qel::rsi::client::ResponseHandler> const& responseHandler,
                            std::weak_ptr<qel::rsi::client::EventHandler> const& eventHandler) override;
     void unsubscribe(unsigned int subscriptionId) override;
-    void cancelRequest(std::shared_ptr<qel::rsi::client::Request> const& request) override;
     void disconnect() override;
     void start() override;
     void stop() override;
+    void cancelRequest(std::shared_ptr<qel::rsi::client::Request> const& request) override;
 
     // "METHOD uri?query   body" on one line.
     static std::string getRequestDescription(qel::rsi::client::Request const& request);
