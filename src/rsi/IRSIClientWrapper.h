@@ -28,6 +28,11 @@ public:
     virtual void disconnect() = 0;
     virtual void start() = 0;
     virtual void stop() = 0;
+    // Gives up a request sent earlier that is still unanswered, e.g. one a newer request made
+    // pointless: it is not tried again, and its handler hears of the cancel. A try already under
+    // way finishes. A wrapper that never retries has nothing to give up, hence the default. Last,
+    // so that the operations above keep their places.
+    virtual void cancelRequest(std::shared_ptr<qel::rsi::client::Request> const& /*request*/) {}
 };
 
 }  // namespace qel::onlineservices::framework::core

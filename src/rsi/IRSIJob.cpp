@@ -23,6 +23,7 @@ bool IRSIJob::activateRetry() {
         delay = retry ? m_retrySchedule.front() : 0;
         start = Clock::getSystemTimeValue();
         m_retryStartTime = start;
+        ++m_armCount;
         m_retryActive.store(true);
     }
     if (retry) {
@@ -32,6 +33,20 @@ bool IRSIJob::activateRetry() {
         m_retryArmedHook(start + static_cast<Clock::timeValue>(delay));
     }
     return retry;
+}
+
+std::uint64_t IRSIJob::retryArmCount() const {
+    std::lock_guard<std::mutex> lock(m_retryMutex);
+    return m_armCount;
+}
+
+bool IRSIJob::clearRetryUnlessArmedSince(std::uint64_t armCount) {
+    std::lock_guard<std::mutex> lock(m_retryMutex);
+    if (m_armCount != armCount) {
+        return false;
+    }
+    m_retryActive.store(false);
+    return true;
 }
 
 Clock::timeValue IRSIJob::retryDueTime() const {

@@ -55,6 +55,11 @@ protected:
     // Back to a fresh copy of `DEFAULT_RETRY_SCHEDULE`, as after a success that may be lost later.
     void resetRetrySchedule();
     void clearRetry() { m_retryActive.store(false); }
+    // How many retries were armed so far: read before a try, it tells whether one was armed while
+    // the try was under way (an "error" event may arrive before the try's own answer).
+    std::uint64_t retryArmCount() const;
+    // Clears the pending retry unless one was armed after `armCount` was read; true when cleared.
+    bool clearRetryUnlessArmedSince(std::uint64_t armCount);
     // Counts one more run; returns the new count. Worker thread only.
     std::int32_t countTry() { return ++m_tryCount; }
 
@@ -72,6 +77,7 @@ private:
     mutable std::mutex m_retryMutex;
     std::vector<std::uint64_t> m_retrySchedule;             // guarded by m_retryMutex
     qel::common::system::Clock::timeValue m_retryStartTime = 0;  // guarded by m_retryMutex
+    std::uint64_t m_armCount = 0;                           // guarded by m_retryMutex
     std::int32_t m_tryCount = 0;                            // worker thread only
 };
 

@@ -139,6 +139,10 @@ void RSIClientWrapper::sendRequest(std::shared_ptr<Request> const& request,
     }
     auto const job = std::make_shared<RSIRequest>(request, m_client, handler, m_logger);
     watchRetries(job, 0);
+    {
+        MutexGuard guard(m_lock);
+        m_unsettledRequests[request.get()] = job;
+    }
     addJob(job);
 }
 
@@ -181,6 +185,25 @@ void RSIClientWrapper::unsubscribe(unsigned int subscriptionId) {
     // The job holds the last reference, so the client is unsubscribed on the worker thread.
     addJob(std::make_shared<RSIUnSubRequest>(subscription, m_logger));
     m_subscriptions.erase(subscriptionId);
+}
+
+void RSIClientWrapper::cancelRequest(std::shared_ptr<Request> const& request) {
+    std::shared_ptr<IRSIJob> job;
+    {
+        MutexGuard guard(m_lock);
+        auto const found = m_unsettledRequests.find(request.get());
+        if (found != m_unsettledRequests.end()) {
+            job = found->second.lock();
+            m_unsettledRequests.erase(found);
+        }
+    }
+    if (!job) {
+        return;  // answered or ended already
+    }
+    if (LogConfig::isEnabled(LogLevel::Info)) {
+        m_logger << LogLevel::Info << "cancelRequest " << getRequestDescription(*request);
+    }
+    job->requestCancel();
 }
 
 void RSIClientWrapper::addJob(std::shared_ptr<IRSIJob> const& job) {
@@ -281,6 +304,7 @@ void RSIClientWrapper::retry(RSIRetryQueue::Entry& entry) {
     if (!mayStay) {
         if (isRequest) {
             m_logger << LogLevel::Trace << "Deleting RSI request";
+            forgetRequest(job);
         } else {
             unsubscribe(entry.subscriptionId);
         }
@@ -297,8 +321,19 @@ void RSIClientWrapper::settleRequest(std::shared_ptr<IRSIJob> const& request) {
     auto const sent = std::static_pointer_cast<RSIRequest>(request)->isSent();
     if (sent) {
         m_logger << LogLevel::Trace << "Deleting RSI request";
+        forgetRequest(request);
     } else if (!request->isRetryActive()) {
         m_endedRequests.push_back(request);
+        forgetRequest(request);
+    }
+}
+
+void RSIClientWrapper::forgetRequest(std::shared_ptr<IRSIJob> const& request) {
+    MutexGuard guard(m_lock);
+    auto const found = m_unsettledRequests.find(std::static_pointer_cast<RSIRequest>(request)->request().get());
+    // A request object sent again belongs to its newer job.
+    if (found != m_unsettledRequests.end() && found->second.lock() == request) {
+        m_unsettledRequests.erase(found);
     }
 }
 

@@ -61,6 +61,7 @@ public:
     void disconnect() override;
     void start() override;
     void stop() override;
+    void cancelRequest(std::shared_ptr<qel::rsi::client::Request> const& request) override;
 
     // "METHOD uri?query   body" on one line.
     static std::string getRequestDescription(qel::rsi::client::Request const& request);
@@ -93,6 +94,8 @@ private:
     void retry(RSIRetryQueue::Entry& entry);
     // After a request ran: drops it when sent; keeps one that ended unsent and without retry.
     void settleRequest(std::shared_ptr<IRSIJob> const& request);
+    // The request can no longer be cancelled: it was answered or has ended.
+    void forgetRequest(std::shared_ptr<IRSIJob> const& request);
     void cancelJobs();
     void clearJobs();
     void removeAllSubscriptions();
@@ -108,6 +111,9 @@ private:
     std::shared_ptr<qel::rsi::client::ISharedRsiClient> const m_client;
     std::deque<std::shared_ptr<IRSIJob>> m_jobs;            // guarded by m_lock
     SubscriptionMap m_subscriptions;                        // guarded by m_lock
+    // The request jobs that may still be sent, by their request (a job owns its request, so the
+    // address is unique while the job lives); guarded by m_lock.
+    std::map<qel::rsi::client::Request const*, std::weak_ptr<IRSIJob>> m_unsettledRequests;
     // Requests that ended neither sent nor retried (504, cancelled, client gone): kept, never run
     // again, until the wrapper goes. Worker thread only.
     std::list<std::shared_ptr<IRSIJob>> m_endedRequests;

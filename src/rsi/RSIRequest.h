@@ -2,7 +2,8 @@
 //
 // Contract: 200 and 201 mark the request sent and are reported to the handler; 504 is reported at
 // once without a retry; any other status arms the next retry and tells the handler nothing yet.
-// A cancelled job or an expired client reports at once. The handler always receives the state
+// A cancelled job or an expired client reports at once; so does a failed try of a job cancelled
+// while it was under way, which is not retried. The handler always receives the state
 // preset to succeeded and must judge the outcome by the response's status.
 #pragma once
 
@@ -25,6 +26,7 @@ public:
     void process() override;
     void confirmRequestSuccess() override;
     bool isSent() const { return m_sent.load(); }
+    std::shared_ptr<qel::rsi::client::Request> const& request() const { return m_request; }
 
 private:
     // Calls the client; true when the handler must hear about it now (no retry pending).

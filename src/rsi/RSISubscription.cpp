@@ -62,6 +62,7 @@ bool RSISubscription::subscribeAtClient(RequestState& state, Response& response)
         return true;
     }
     std::weak_ptr<qel::rsi::client::EventHandler> const self = weak_from_this();
+    m_armCountAtSubscribe = retryArmCount();
     m_clientSubscriptionId.store(client->subscribe(*m_request, response, state, self, 0, 0));
     if (state.value != RequestStateSucceeded && isCancelRequested()) {
         // Cut short by a shutdown: reported like any cancelled job, never retried.
@@ -81,8 +82,14 @@ bool RSISubscription::subscribeAtClient(RequestState& state, Response& response)
 }
 
 void RSISubscription::confirmRequestSuccess() {
-    clearRetry();
     resetRetrySchedule();
+    if (clearRetryUnlessArmedSince(m_armCountAtSubscribe)) {
+        return;
+    }
+    // The connection closed after the backend acknowledged but before this confirmation: the
+    // subscription was made and lost, so it is made again like any lost one.
+    m_logger << LogLevel::Warning << "Subscription lost while being confirmed: <wrapper> " << m_wrapperSubscriptionId;
+    activateRetry();
 }
 
 void RSISubscription::handleEvent(RequestState const& state, Response const& response) {

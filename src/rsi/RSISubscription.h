@@ -3,7 +3,8 @@
 //
 // Contract: always owned by a `std::shared_ptr` (it hands the client a weak pointer to itself as
 // event handler). A failed subscribe arms the next retry; a successful one restarts the retry
-// schedule, so a subscription lost later waits 10 s again. Events of type "data" reach the
+// schedule, so a subscription lost later waits 10 s again. A connection that closes while a
+// subscribe is under way (even after the backend acknowledged it) leads to exactly one new try. Events of type "data" reach the
 // caller's event handler unchanged; an "error" event (the connection closed) arms a re-subscribe;
 // anything else is logged and dropped. The destructor unsubscribes what the client made, so
 // whoever drops the last reference ends the subscription. `handleEvent` runs on the client's
@@ -58,6 +59,8 @@ private:
     std::weak_ptr<qel::rsi::client::EventHandler> const m_eventHandler;
     std::uint32_t const m_wrapperSubscriptionId;
     std::atomic<std::uint32_t> m_clientSubscriptionId{0};
+    // Retries armed before the current subscribe began; worker thread only.
+    std::uint64_t m_armCountAtSubscribe = 0;
 };
 
 }  // namespace qel::onlineservices::framework::core

@@ -3,7 +3,8 @@
 //
 // Contract: every job of a resource event is looked at, in order. A job is taken only when its
 // "name" is the service id, its "messageId" (when present) contains "005F/" and it carries no
-// "jobAcknowledgeState" yet. A taken job is acknowledged with the listener's answer, or with
+// "jobAcknowledgeState" yet. A job without an id usable as the element of its acknowledgement, or
+// with a member of the wrong kind, is logged and neither notified nor acknowledged. A taken job is acknowledged with the listener's answer, or with
 // "unknownError" when no listener answered or the listener threw. The item does not retry an
 // acknowledgement itself: a job whose acknowledgement failed is taken again (listener and
 // acknowledgement) when the backend lists it again. A job is not taken again while its
@@ -53,6 +54,8 @@ public:
 private:
     // Name, origin and acknowledgement checks; logs why a job is not taken.
     bool isNewJobForUs(Ref const& job) const;
+    // The job's members have the kinds the item reads them as, and its id names one element.
+    bool hasValidFields(Ref const& job) const;
     std::string ackText(BackendJobAcknowledgeCode code) const;
     // Reserves `id` for handling; false while its acknowledgement is pending or confirmed.
     bool reserve(std::string const& id);

@@ -3,6 +3,8 @@
 #include "rsi/RequestState.h"
 #include "rsi/RequestType.h"
 
+#include <utility>
+
 namespace qel::onlineservices::framework::core {
 
 using qel::common::logging::LogLevel;
@@ -123,11 +125,23 @@ KVSUpdateStatus KVSItem::update(std::string const& value) {
     body->setNew("value", std::make_unique<qel::dataformats::data::String>(value));
     auto const request = makeRequest(qel::rsi::client::RequestTypePostElement, UPDATE_REQUEST_ID);
     request->data = std::move(body);
+    std::uint64_t sequence = 0;
+    std::shared_ptr<Request> superseded;
     {
         MutexGuard guard(m_updateMutex);
+        sequence = ++m_updateSequence;
         m_updateAnswered = false;
+        superseded = std::exchange(m_unansweredUpdate, request);
     }
-    sendRequest(request);
+    if (superseded && m_rsiClientWrapper) {
+        m_logger << LogLevel::Info << m_description << " Giving up the earlier update, still unanswered";
+        m_rsiClientWrapper->cancelRequest(superseded);
+    }
+    if (!sendUpdate(request, sequence)) {
+        MutexGuard guard(m_updateMutex);
+        m_updateState = UPDATE_REQUEST_FAILED;
+        return m_updateState;
+    }
 
     MutexGuard guard(m_updateMutex);
     if (!m_updateCondition.wait(m_updateMutex, UPDATE_REQUEST_TIMEOUT_MS, [this] { return m_updateAnswered; })) {
@@ -137,28 +151,53 @@ KVSUpdateStatus KVSItem::update(std::string const& value) {
     return m_updateState;
 }
 
+bool KVSItem::sendUpdate(std::shared_ptr<Request> const& request, std::uint64_t sequence) {
+    // One handler per update, so that its answer names the update it belongs to.
+    std::weak_ptr<KVSItem> const self = std::static_pointer_cast<KVSItem>(weak_from_this().lock());
+    m_updateHandler = std::make_shared<RSIResponseHandler>(
+        [self, sequence](RequestState const& state, Response const& response) {
+            if (auto const item = self.lock()) {
+                item->handleUpdateResponse(sequence, state, response);
+            }
+        });
+    return sendRequest(request, m_updateHandler);
+}
+
 void KVSItem::handleResponse(RequestState const& state, Response const& response) {
     switch (response.getId()) {
-        case UPDATE_REQUEST_ID: handleUpdateResponse(state, response); return;
+        case UPDATE_REQUEST_ID:
+            // Updates are answered through their own handlers; this answer belongs to none of them.
+            m_logger << LogLevel::Warning << m_description << " Update answer of no update ignored: "
+                     << response.getStatus();
+            return;
         case READ_REQUEST_ID: handleReadResponse(response); return;
         default: SubscriptionBaseItem::handleResponse(state, response); return;
     }
 }
 
-void KVSItem::handleUpdateResponse(RequestState const& state, Response const& response) {
+void KVSItem::handleUpdateResponse(std::uint64_t sequence, RequestState const& state, Response const& response) {
     // Requests always report success in the state; the status tells whether the backend took it.
     std::int16_t const status = response.getStatus();
     bool const succeeded =
         state.value == qel::rsi::client::RequestStateSucceeded && (status == HTTP_OK || status == HTTP_CREATED);
+    bool isNewest = false;
+    {
+        MutexGuard guard(m_updateMutex);
+        isNewest = sequence == m_updateSequence;
+        if (isNewest) {
+            m_updateState = succeeded ? UPDATE_OK : UPDATE_REQUEST_FAILED;
+            m_updateAnswered = true;
+            m_unansweredUpdate.reset();
+        }
+    }
+    if (!isNewest) {
+        m_logger << LogLevel::Info << m_description << " Answer of an earlier update ignored: " << status;
+        return;
+    }
     if (succeeded) {
         m_logger << LogLevel::Info << m_description << " Update KVS item succeeded.";
     } else {
         m_logger << LogLevel::Error << m_description << " Update KVS item failed: " << status;
-    }
-    {
-        MutexGuard guard(m_updateMutex);
-        m_updateState = succeeded ? UPDATE_OK : UPDATE_REQUEST_FAILED;
-        m_updateAnswered = true;
     }
     m_updateCondition.broadcast();
 }

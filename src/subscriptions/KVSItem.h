@@ -5,12 +5,16 @@
 // thread; one saying the backend has a new value makes the item read it first. `update` writes a
 // value from the application's thread and blocks until the backend answered, at most
 // `UPDATE_REQUEST_TIMEOUT_MS`; before the item is subscribed it returns KVS_SERVICE_UNAVAILABLE
-// without sending anything. Calls of `update` are served one at a time.
+// without sending anything. Calls of `update` are served one at a time, each waiting for its own
+// answer: a late answer of an earlier update completes nothing. A newer `update` gives up the
+// earlier one if it is still unanswered (the wrapper may be retrying it), so that an older value
+// never overwrites a newer one at the backend.
 #pragma once
 
 #include "common/CondVar.h"
 #include "common/Mutex.h"
 #include "rsi/IURIHandler.h"
+#include "rsi/RSIResponseHandler.h"
 #include "subscriptions/SubscriptionBaseItem.h"
 
 #include <onlineservices/framework/KVSItemObject.h>
@@ -51,7 +55,10 @@ public:
 private:
     std::shared_ptr<qel::rsi::client::Request> makeRequest(std::uint32_t type, std::uint32_t requestId) const;
     void requestRead();
-    void handleUpdateResponse(qel::rsi::client::RequestState const& state, qel::rsi::client::Response const& response);
+    // Sends update number `sequence`; false when it could not be handed to the wrapper.
+    bool sendUpdate(std::shared_ptr<qel::rsi::client::Request> const& request, std::uint64_t sequence);
+    void handleUpdateResponse(std::uint64_t sequence, qel::rsi::client::RequestState const& state,
+                              qel::rsi::client::Response const& response);
     void handleReadResponse(qel::rsi::client::Response const& response);
     // The read covers the whole resource: pick this item's element out of it.
     Ref pickReadElement(Ref const& data) const;
@@ -62,10 +69,15 @@ private:
     // Serialises `update`; only `update` takes it, so sending under it cannot deadlock.
     qel::common::system::Mutex m_updateCallMutex;
     std::string m_value;  // guarded by m_updateCallMutex
+    // Keeps the way open for the answer of the newest update (the wrapper holds handlers weakly).
+    std::shared_ptr<RSIResponseHandler> m_updateHandler;  // guarded by m_updateCallMutex
     qel::common::system::Mutex m_updateMutex;
     qel::common::system::CondVar m_updateCondition;
     KVSUpdateStatus m_updateState = INTERNAL_ERROR;  // guarded by m_updateMutex; no update yet
     bool m_updateAnswered = false;                   // guarded by m_updateMutex
+    std::uint64_t m_updateSequence = 0;              // guarded by m_updateMutex; the newest update
+    // The newest update's request until it is answered; guarded by m_updateMutex.
+    std::shared_ptr<qel::rsi::client::Request> m_unansweredUpdate;
 };
 
 }  // namespace qel::onlineservices::framework::core

@@ -26,6 +26,9 @@ void ServiceItem::setTokenHandler(std::shared_ptr<IURIHandler> const& handler) {
 }
 
 void ServiceItem::handleEventResource(SubscriptionIndex /*index*/, std::shared_ptr<Value> const& value) {
+    if (!isWellFormedList(Ref(value.get()))) {
+        return;
+    }
     Ref const element = filterElements(Ref(value.get()));
     if (isElementSubscribed() && !element.hasObjectKey("id")) {
         // The entry was there and has left the list.
@@ -39,6 +42,24 @@ void ServiceItem::handleEventResource(SubscriptionIndex /*index*/, std::shared_p
     }
     m_missingEntryReported = false;
     takeElement(element);
+}
+
+bool ServiceItem::isWellFormedList(Ref const& value) const {
+    Ref const data = value("data");
+    if (data.kind() != Value::Kind::Array) {
+        m_logger << LogLevel::Error << m_description << " Malformed service list ignored: data is no array";
+        return false;
+    }
+    unsigned long const count = data.getArraySize();
+    for (unsigned long i = 0; i < count; ++i) {
+        Ref const id = data[i]("id");
+        if (id.kind() != Value::Kind::String || id.asString().empty()) {
+            m_logger << LogLevel::Error << m_description << " Malformed service list ignored: entry " << i
+                     << " has no id";
+            return false;
+        }
+    }
+    return true;
 }
 
 void ServiceItem::processData(Ref const& element) {

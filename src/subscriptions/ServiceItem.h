@@ -4,7 +4,9 @@
 // reasons only when they changed; its access-token URI goes to the token handler. An entry named
 // for another service is refused and the previous one kept. Once the entry was found, its
 // disappearance is reported once as the disable reason "missingServicelistEntry" until it
-// returns. The element needs no subscription of its own: finding it confirms the item.
+// returns. A malformed list (no array, or an entry that is no object with an id) is logged and
+// dropped, so it is never taken for a list without the entry. The element needs no subscription
+// of its own: finding it confirms the item.
 #pragma once
 
 #include "rsi/IURIHandler.h"
@@ -49,6 +51,8 @@ public:
 
 private:
     void passTokenUri(dataitems::ServiceObject const& record);
+    // The event's "data" is an array of objects, each with a non-empty string "id".
+    bool isWellFormedList(Ref const& value) const;
 
     std::string const m_serviceId;
     mutable qel::common::system::Mutex m_dataLock;

@@ -1,8 +1,10 @@
 // Executes the backend jobs addressed to the application and says how they went.
 //
 // Contract: the framework acknowledges the job with the returned code; when no listener is set
-// (or it is gone) the backend hears UNKNOWN_ERROR. A client has one backend-job listener;
-// setting another replaces it. The backend-job subscription's thread waits for the answer.
+// (or it is gone) the backend hears UNKNOWN_ERROR. A job without an id, or with members of the
+// wrong kind, is only logged: it is neither handed to the listener nor acknowledged. A client has
+// one backend-job listener; setting another replaces it. The backend-job subscription's thread
+// waits for the answer.
 //
 // Calls never overlap: the framework makes one listener call at a time, across all listeners of
 // the client, in the order the events happened. A call runs on a framework thread: the thread

@@ -45,7 +45,8 @@ public:
     virtual void addRunStateListener(std::shared_ptr<IRunStateListener> const& listener) = 0;
     //@}
     // Writes the application's KVS item `key` to the backend; blocks until the backend answered
-    // or a time-out of 3000 ms passed.
+    // this very call or a time-out of 3000 ms passed. A newer call gives up an earlier value the
+    // framework was still trying to write, so an older value never overwrites a newer one.
     virtual KVSUpdateStatus updateKVSItem(std::string const& key, std::string const& value) = 0;
     // Stops a client that is still running; see the class contract for where to release it.
     virtual ~IOnlineServiceClient() = default;

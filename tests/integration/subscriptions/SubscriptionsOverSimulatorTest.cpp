@@ -7,6 +7,8 @@
 #include "subscriptions/JobItem.h"
 #include "subscriptions/SubscriptionManager.h"
 #include "subscriptions/TokenItem.h"
+#include "support/ManualClock.h"
+#include "support/RsiWorkerDriver.h"
 #include "unit/subscriptions/RecordingListener.h"
 
 #include <gtest/gtest.h>
@@ -96,6 +98,25 @@ protected:
         ASSERT_EQ(response.getStatus(), 200);
     }
 
+    // The item's value as the backend holds it.
+    std::string storedKvsValue(std::string const& id) const {
+        Request request;
+        request.type = RequestTypeGetElement;
+        request.service = "onlinekvs";
+        request.resource = "items";
+        request.element = id;
+        Response response;
+        host::HostRsiClient(clientOptions()).request(request, response);
+        return dataformats::data::Ref(response.getData(false))("data")("value").asString();
+    }
+    std::size_t updatesReceived(std::string const& target) const {
+        std::size_t count = 0;
+        for (auto const& message : simulator.received()) {
+            count += message.method == "POST" && message.target == target ? 1 : 0;
+        }
+        return count;
+    }
+
     sim::backend::BackendSimulator simulator;
     std::shared_ptr<onlineservices::framework::FrameworkConfig> config =
         std::make_shared<onlineservices::framework::FrameworkConfig>();
@@ -153,6 +174,25 @@ TEST_F(SubscriptionsOverSimulatorTest, KvsValuesTravelFromTheBackendAndBack) {
     EXPECT_EQ(manager->updateKVSItem("nav.color", "green"), core::UPDATE_OK);
     EXPECT_EQ(simulator.received().back().body, R"({"value":"green"})");
     EXPECT_TRUE(heard("kvs nav.color green"));  // the backend's event carries its stored value
+}
+
+// Waits out one update time-out.
+TEST_F(SubscriptionsOverSimulatorTest, RefusedUpdateGivenUpForANewerOneNeverOverwritesIt) {
+    ManualClock clock;
+    auto const item = std::make_shared<core::KVSItem>(logger, notifier, wrapper, "nav.color");
+    item->handleURI("kvs-1");
+    manager->addKVSItem("nav.color", item);
+    ASSERT_TRUE(subscribed({item}));
+    simulator.failNext("/onlinekvs/items/kvs-1", 500);
+    EXPECT_EQ(manager->updateKVSItem("nav.color", "green"), core::UPDATE_REQUEST_FAILED);  // retried in 10 s
+    EXPECT_EQ(manager->updateKVSItem("nav.color", "blue"), core::UPDATE_OK);
+
+    clock.advance(10001);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    clock.advance(300000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(updatesReceived("/onlinekvs/items/kvs-1"), 2u);
+    EXPECT_EQ(storedKvsValue("kvs-1"), "blue");
 }
 
 TEST_F(SubscriptionsOverSimulatorTest, ThreeJobsInOneEventAreNotifiedAndAcknowledgedInOrder) {

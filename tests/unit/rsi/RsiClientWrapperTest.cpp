@@ -135,6 +135,80 @@ TEST_F(RsiClientWrapperTest, LostSubscriptionIsMadeAgainByTheWorkerAndUnsubscrib
     EXPECT_EQ(wrapper->queuedJobCount(), 0u);
 }
 
+TEST_F(RsiClientWrapperTest, CloseBetweenAcknowledgementAndConfirmationResubscribesExactlyOnce) {
+    rsi->replyTo({RequestTypeSubscribeResource}, Reply(200).heldFor(60000), 1);
+    subscribeItems();
+    ASSERT_TRUE(rsi->waitForSubscribeCalls(1));  // acknowledged by the client, not yet confirmed
+    EXPECT_EQ(rsi->closeConnection(), 1u);
+    rsi->releaseHeld();
+    ASSERT_TRUE(handler->responses.waitFor(1));
+    EXPECT_EQ(handler->responses.all()[0].stateValue, 1);
+    ASSERT_TRUE(drainWorker(*wrapper));
+
+    clock.advance(10000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->subscriptions().size(), 1u);
+    clock.advance(1);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->subscriptions().size(), 2u);
+    EXPECT_TRUE(rsi->pushData(1002, "[]"));
+    EXPECT_EQ(handler->events.size(), 1u);
+
+    clock.advance(400000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->subscriptions().size(), 2u);
+    EXPECT_EQ(handler->responses.size(), 2u);
+}
+
+TEST_F(RsiClientWrapperTest, SubscriptionLostWhileARetryIsConfirmedStartsItsScheduleAgain) {
+    rsi->replyTo({RequestTypeSubscribeResource}, Reply(503).withState(0, "refused"), 3);
+    rsi->replyTo({RequestTypeSubscribeResource}, Reply(200).heldFor(60000), 1);
+    subscribeItems();
+    ASSERT_TRUE(rsi->waitForSubscribeCalls(1));
+    ASSERT_TRUE(drainWorker(*wrapper));
+    for (std::size_t tries = 2; tries <= 3; ++tries) {  // the 10 s delays
+        clock.advance(10001);
+        ASSERT_TRUE(runWorkerLoop(*wrapper));
+        ASSERT_EQ(rsi->subscriptions().size(), tries);
+    }
+    clock.advance(10001);  // the fourth try is acknowledged, then the connection closes
+    std::uint64_t const loop = wrapper->wakeWorker();
+    ASSERT_TRUE(rsi->waitForSubscribeCalls(4));
+    EXPECT_EQ(rsi->closeConnection(), 1u);
+    rsi->releaseHeld();
+    ASSERT_TRUE(wrapper->waitForWorkerLoop(loop, WORKER_WAIT_LIMIT_MS));
+
+    clock.advance(10001);  // 10 s again, not the 30 s the failures had reached
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->subscriptions().size(), 5u);
+    clock.advance(100000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->subscriptions().size(), 5u);
+}
+
+TEST_F(RsiClientWrapperTest, CancelledRequestIsNotTriedAgainAndItsHandlerHearsIt) {
+    rsi->replyTo({}, Reply(500), 1);
+    auto const request = makeRequest(RequestTypePostElement, "onlinekvs", "items", "k");
+    wrapper->sendRequest(request, handler);
+    ASSERT_TRUE(rsi->waitForRequests(1));
+    ASSERT_TRUE(drainWorker(*wrapper));
+    wrapper->cancelRequest(request);
+    EXPECT_TRUE(log.contains(LogLevel::Info, "cancelRequest POST onlinekvs/items/k   null"));
+
+    clock.advance(10001);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    ASSERT_TRUE(handler->responses.waitFor(1));
+    EXPECT_EQ(handler->responses.all()[0].status, 0);
+    EXPECT_TRUE(log.contains(LogLevel::Warning, "Cancel requested - abort request retry"));
+    clock.advance(100000);
+    ASSERT_TRUE(runWorkerLoop(*wrapper));
+    EXPECT_EQ(rsi->requests().size(), 1u);
+    EXPECT_EQ(handler->responses.size(), 1u);
+
+    wrapper->cancelRequest(request);  // settled: nothing left to give up
+    EXPECT_EQ(log.count(LogLevel::Info, "cancelRequest POST onlinekvs/items/k   null"), 1u);
+}
+
 TEST_F(RsiClientWrapperTest, RetriesEachLostSubscriptionOnceWhenDueAndNeverOneRemovedMeanwhile) {
     EXPECT_EQ(subscribeItems("kept"), 1u);
     unsigned int const removed = subscribeItems("removed");

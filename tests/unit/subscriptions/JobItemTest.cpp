@@ -100,6 +100,20 @@ TEST_F(JobItemTest, AThousandOpenJobsSentAgainAreNotNotifiedAgain) {
     EXPECT_TRUE(log.contains(LogLevel::Info, "(Job List/nav) Job j999 already acknowledged, ignoring"));
 }
 
+TEST_F(JobItemTest, JobsWithoutAUsableIdOrWithMembersOfTheWrongKindAreNeitherNotifiedNorAcknowledged) {
+    subscribe(*item);
+    std::string const event = "[" + std::string(R"({"name":"nav","messageId":"005F/1","jobId":1})") + "," +
+                              job("", "nav", "005F/2") + "," + job("a/b", "nav", "005F/3") + "," +
+                              R"({"id":4,"name":"nav","messageId":"005F/4"})" + "," +
+                              job("j5", "nav", "005F/5", R"(,"jobPayload":{"x":1})") + "," +
+                              job("j6", "nav", "005F/6", R"(,"jobAcknowledgeState":true)") + "," +
+                              job("j7", "nav", "005F/7") + "]";
+    push(*item, jobs, event);
+    EXPECT_EQ(listener->whats(), std::vector<std::string>{"job j7 nav"});
+    EXPECT_EQ(acknowledgements(), std::vector<std::string>{R"(j7 {"jobAcknowledgeState":"success"})"});
+    EXPECT_EQ(log.countPrefix(LogLevel::Error, "(Job List/nav) Invalid job refused: "), 6u);
+}
+
 TEST_F(JobItemTest, WithoutAListenerTheBackendHearsUnknownError) {
     subscribe(*item);
     notifier->setListener(std::weak_ptr<core::IBackendJobListener>());

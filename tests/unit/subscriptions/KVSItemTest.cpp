@@ -3,6 +3,8 @@
 #include "subscriptions/KVSItem.h"
 
 #include <chrono>
+#include <future>
+#include <thread>
 
 namespace qel::test {
 namespace {
@@ -61,16 +63,27 @@ TEST_F(KVSItemTest, UpdateIsPostponedBeforeSubscriptionThenAnsweredOrFailedByThe
 }
 
 // The one test that waits out the update time-out.
-TEST_F(KVSItemTest, UpdateWithoutAnswerGivesUpAfterThreeSeconds) {
+TEST_F(KVSItemTest, UpdateWithoutAnswerGivesUpAfterThreeSecondsAndItsLateAnswerCompletesNoOtherUpdate) {
     subscribeToItem();
     rsi->replyTo({RequestTypePostElement}, Reply(200).heldFor(60000), 1);
+    rsi->replyTo({RequestTypePostElement}, Reply(504), 1);
     auto const start = std::chrono::steady_clock::now();
     EXPECT_EQ(item->update("green"), KVSUpdateStatus::UPDATE_REQUEST_FAILED);
     auto const waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(core::KVSItem::UPDATE_REQUEST_TIMEOUT_MS));
     EXPECT_LT(waited, std::chrono::milliseconds(core::KVSItem::UPDATE_REQUEST_TIMEOUT_MS + 2000));
     EXPECT_TRUE(log.contains(LogLevel::Error, "Update request timeout after 3000ms"));
+
+    // The next update waits behind the first, which the backend then accepts late.
+    auto next = std::async(std::launch::async, [this] { return item->update("blue"); });
+    auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (wrapper->queuedJobCount() == 0 && std::chrono::steady_clock::now() < limit) {
+        std::this_thread::yield();
+    }
+    ASSERT_EQ(wrapper->queuedJobCount(), 1u);
     rsi->releaseHeld();
+    EXPECT_EQ(next.get(), KVSUpdateStatus::UPDATE_REQUEST_FAILED);  // its own answer: 504
+    EXPECT_EQ(requestsOfType(RequestTypePostElement).size(), 2u);
 }
 
 }  // namespace

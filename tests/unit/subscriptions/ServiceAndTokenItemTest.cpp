@@ -44,6 +44,22 @@ TEST_F(ServiceAndTokenItemTest, ServiceEntryReachesListenersOnItsQueueAndOnlyCha
     EXPECT_EQ(listener->heard.size(), 4u);
 }
 
+TEST_F(ServiceAndTokenItemTest, MalformedServiceListsAreDroppedWithoutReportingTheEntryMissing) {
+    subscribe(*service);
+    push(*service, services, entry("nav", "[]"));
+    ASSERT_EQ(listener->heard.size(), 3u);
+    for (char const* malformed : {R"({"id":"s-1","name":"nav"})", R"("nav")", "null", "[42]",
+                                  R"([{"name":"nav","baseUrl":"https://a"}])", R"([{"id":7,"name":"nav"}])"}) {
+        push(*service, services, malformed);
+    }
+    EXPECT_EQ(listener->heard.size(), 3u);
+    EXPECT_EQ(log.countPrefix(LogLevel::Error, "(Service Management/nav) Malformed service list ignored: "), 6u);
+
+    push(*service, services, "[]");  // the entry has left the list
+    EXPECT_EQ(listener->whats().back(), "reasons nav missingServicelistEntry");
+    EXPECT_EQ(listener->heard.size(), 4u);
+}
+
 TEST_F(ServiceAndTokenItemTest, ServiceItemKeepsItsTokenHandlerAlive) {
     service->setTokenHandler(makeItem<core::TokenItem>("radio"));
     owned.pop_back();  // the service item is now the token item's only owner
