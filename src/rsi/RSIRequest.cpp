@@ -55,7 +55,7 @@ bool RSIRequest::send(Response& response) {
         return true;
     }
     m_logger << LogLevel::Error << "RSI request failed with HTTP " << status;
-    if (status == HTTP_GATEWAY_TIMEOUT || isCancelRequested()) {
+    if (status == HTTP_GATEWAY_TIMEOUT) {
         return true;
     }
     return !activateRetry();

@@ -165,11 +165,17 @@ bool KVSItem::sendUpdate(std::shared_ptr<Request> const& request, std::uint64_t 
 
 void KVSItem::handleResponse(RequestState const& state, Response const& response) {
     switch (response.getId()) {
-        case UPDATE_REQUEST_ID:
-            // Updates are answered through their own handlers; this answer belongs to none of them.
-            m_logger << LogLevel::Warning << m_description << " Update answer of no update ignored: "
-                     << response.getStatus();
+        case UPDATE_REQUEST_ID: {
+            // Our own updates are answered through their own handlers; an answer handed to the item
+            // itself can only be taken for the newest update.
+            std::uint64_t newest = 0;
+            {
+                MutexGuard guard(m_updateMutex);
+                newest = m_updateSequence;
+            }
+            handleUpdateResponse(newest, state, response);
             return;
+        }
         case READ_REQUEST_ID: handleReadResponse(response); return;
         default: SubscriptionBaseItem::handleResponse(state, response); return;
     }
