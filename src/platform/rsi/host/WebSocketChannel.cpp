@@ -150,7 +150,7 @@ bool WebSocketChannel::ensureConnected(std::uint32_t timeoutMs, std::string& err
 
     auto session = std::make_unique<WebSocketSession>(
         m_endpoint, m_maxMessageBytes,
-        WebSocketSession::Callbacks{[this](std::string const& text) { onMessage(text); },
+        WebSocketSession::Callbacks{[this](std::string_view text) { onMessage(text); },
                                     [this](std::string const& reason) { onClosed(reason); }});
     auto const found = m_resolver.resolve(timeoutMs);
     if (!found.error.empty()) {
@@ -177,8 +177,8 @@ std::uint32_t WebSocketChannel::fail(std::string const& description, std::string
     return 0;
 }
 
-void WebSocketChannel::onMessage(std::string const& text) {
-    auto const message = dataformats::json::parse(text);
+void WebSocketChannel::onMessage(std::string_view text) {
+    auto message = dataformats::json::parse(text);
     if (message == nullptr) {
         m_logger << LogLevel::Warning << "Refused WebSocket message that is not valid JSON (" << text.size()
                  << " bytes)";
@@ -187,7 +187,7 @@ void WebSocketChannel::onMessage(std::string const& text) {
     Ref const root(message.get());
     std::string const type = root("type").asString();
     if (type == wire::EVENT) {
-        onEvent(root);
+        onEvent(std::move(message));
     } else if (type == wire::ACK) {
         onAcknowledgement(root);
     } else {
@@ -225,10 +225,11 @@ void WebSocketChannel::onAcknowledgement(Ref message) {
     m_acknowledged.notify_all();
 }
 
-void WebSocketChannel::onEvent(Ref message) {
-    auto const backendId = static_cast<std::uint32_t>(message("subscriptionId").asInteger());
-    Ref const event = message("event");
-    if (event.kind() != Value::Kind::Object) {
+void WebSocketChannel::onEvent(std::unique_ptr<Value> message) {
+    auto const backendId = static_cast<std::uint32_t>(Ref(message.get())("subscriptionId").asInteger());
+    // A message whose "type" could be read is an object.
+    std::unique_ptr<Value> event = static_cast<Object&>(*message).take("event");
+    if (event == nullptr || event->kind() != Value::Kind::Object) {
         m_logger << LogLevel::Warning << "Refused event without an event object for subscription " << backendId;
         return;
     }
@@ -247,7 +248,7 @@ void WebSocketChannel::onEvent(Ref message) {
         Response response;
         response.setStatus(200);
         response.setId(target.requestId);
-        response.setData(event.get()->copy());
+        response.setData(std::move(event));
         handler->handleEvent(RequestState(RequestStateSucceeded, ""), response);
     }
 }

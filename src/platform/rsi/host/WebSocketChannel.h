@@ -30,6 +30,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 namespace qel::rsi::client::host {
 
@@ -66,9 +67,10 @@ private:
     bool ensureConnected(std::uint32_t timeoutMs, std::string& error);
     std::uint32_t fail(std::string const& description, std::string const& note, std::int16_t status,
                        Response& response, RequestState& state);
-    void onMessage(std::string const& text);
+    void onMessage(std::string_view text);
     void onAcknowledgement(dataformats::data::Ref message);
-    void onEvent(dataformats::data::Ref message);
+    // Takes the parsed message: its event moves on into the response without a copy.
+    void onEvent(std::unique_ptr<dataformats::data::Value> message);
     void onClosed(std::string const& reason);
 
     common::logging::Logger const m_logger{"rsi.host.websocket"};

@@ -2,6 +2,7 @@
 //
 // Contract: `connect` runs on the caller's thread, bounded by the time-out; `start` then launches
 // the reader thread ("rsi-ws-reader"), which hands every text message to `onMessage`, in arrival order,
+// as a view valid during the call,
 // until the connection ends, then calls `onClosed` once with the reason and ends. `send` and
 // `close` are thread-safe and never block on the network: they queue work for the reader thread.
 // A message over the size bound ends the connection (the peer is told 1009, "too big"). The
@@ -18,6 +19,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -28,7 +30,7 @@ public:
     static constexpr char const* PATH = "/subscriptions";
 
     struct Callbacks {
-        std::function<void(std::string const& message)> onMessage;
+        std::function<void(std::string_view message)> onMessage;
         std::function<void(std::string const& reason)> onClosed;
     };
 
