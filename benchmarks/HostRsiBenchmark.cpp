@@ -443,7 +443,8 @@ public:
         m_ws.next_layer().connect(tcp::endpoint(net::ip::address_v4::loopback(), port));
         m_ws.next_layer().set_option(tcp::no_delay(true));
         m_ws.handshake("127.0.0.1", "/subscriptions");
-        m_ws.write(net::buffer(std::string(R"({"type":"subscribe","ref":1,"path":"/tokenmanagement/accessTokens/tok-1"})")));
+        m_ws.write(
+            net::buffer(std::string(R"({"type":"subscribe","ref":1,"path":"/tokenmanagement/accessTokens/tok-1"})")));
         m_reader = std::thread([this] { read(); });
         m_taker = std::thread([this] { take(); });
     }
