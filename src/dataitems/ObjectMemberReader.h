@@ -28,12 +28,12 @@ void readObjectMembers(Record& record, qel::dataformats::data::Value const* elem
         logger << qel::common::logging::LogLevel::Warning << "Nothing to deserialize: the value is not an object";
         return;
     }
-    std::vector<std::string> names;
-    object.getObjectKeys(names);
-    for (auto const& name : names) {
+    // Walks the members in place: a record is read for every event, so no list of names is made.
+    auto const& members = static_cast<qel::dataformats::data::Object const*>(element)->members();
+    for (auto const& [name, value] : members) {
         auto const reader = readers.find(name);
         if (reader != readers.end()) {
-            reader->second(record, object(name));
+            reader->second(record, qel::dataformats::data::Ref(value.get()));
         }
     }
 }

@@ -263,30 +263,19 @@ void SubscriptionBaseItem::handleEvent(RequestState const& /*state*/, Response c
         m_logger << LogLevel::Error << "No response received";
         return;
     }
-    // The response belongs to the RSI client's thread; the queue gets a private copy. An event
-    // carries the item's whole state, so under a backlog a newer one of its kind may replace it.
-    std::shared_ptr<Value> const copy(data->copy());
-    std::weak_ptr<SubscriptionBaseItem> const weakSelf = weak_from_this();
+    // The queue thread reads the response's data after the RSI thread let go of the response:
+    // it shares the (read-only) tree instead of copying it. An event carries the item's whole
+    // state, so under a backlog a newer one of its kind may replace it.
+    std::shared_ptr<Value const> shared = response.shareData();
+    std::weak_ptr<SubscriptionBaseItem> weakSelf = weak_from_this();
     std::uint32_t const kind = m_keepsEveryEvent ? 0 : id;
     notePush(m_asyncQueue.push(
-        [weakSelf, index, copy] {
+        [weakSelf = std::move(weakSelf), index, shared = std::move(shared)] {
             if (auto const self = weakSelf.lock()) {
-                self->asyncHandle(index, copy);
+                self->asyncHandle(index, shared);
             }
         },
         kind));
-}
-
-bool SubscriptionBaseItem::queueWork(std::function<void()> work) {
-    std::weak_ptr<SubscriptionBaseItem> const weakSelf = weak_from_this();
-    // `work` may use `this`: it only runs while the lock below keeps the item alive.
-    return notePush(m_asyncQueue.push(
-        [weakSelf, work = std::move(work)] {
-            if (auto const self = weakSelf.lock()) {
-                work();
-            }
-        },
-        0));
 }
 
 bool SubscriptionBaseItem::notePush(AsyncQueueThread::Pushed const& pushed) const {
@@ -314,7 +303,7 @@ bool SubscriptionBaseItem::waitForQueue(std::uint32_t limitMs) {
     return done->down(limitMs);
 }
 
-void SubscriptionBaseItem::asyncHandle(SubscriptionIndex index, std::shared_ptr<Value> const& value) {
+void SubscriptionBaseItem::asyncHandle(SubscriptionIndex index, std::shared_ptr<Value const> const& shared) {
     if (index != SubscriptionIndex::RESOURCE && index != SubscriptionIndex::ELEMENT) {
         m_logger << LogLevel::Error << m_description << " handleEvent(): unknown subscription index <"
                  << static_cast<std::uint32_t>(index) << "> !";
@@ -324,6 +313,9 @@ void SubscriptionBaseItem::asyncHandle(SubscriptionIndex index, std::shared_ptr<
         m_logger << LogLevel::Warning << m_description << " Event arrived after unsubscribe, dropped.";
         return;
     }
+    // The item operations take a writable value for their signature's sake; none writes into an
+    // event, whose tree other handlers of the same response may be reading.
+    std::shared_ptr<Value> const value = std::const_pointer_cast<Value>(shared);
     if (index == SubscriptionIndex::RESOURCE) {
         handleEventResource(SubscriptionIndex::RESOURCE, value);
     } else {

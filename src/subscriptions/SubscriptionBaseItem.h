@@ -4,8 +4,10 @@
 // Contract: always owned by a `std::shared_ptr` (the item hands the wrapper weak pointers to
 // itself). `subscribe` makes the resource subscription (or, in items that live on elements
 // alone, the element subscription); answers arrive on the wrapper's thread, events on the RSI
-// client's threads. Every event is deep-copied and processed on the item's queue thread, one at
-// a time in arrival order; everything that reaches a listener runs there. Under a backlog at the
+// client's threads. Every event is processed on the item's queue thread, one at a time in arrival
+// order; everything that reaches a listener runs there. The queue shares the event's data with
+// the response it came in (nobody writes into it), so an event is not copied on its way; what an
+// item keeps beyond the event it copies or reads into records of its own. Under a backlog at the
 // queue's high-water mark an event overtakes the pending one of its kind (each carries the whole
 // state), unless the item keeps every event; a warning marks the start of each such episode.
 // The queue holds the item only weakly, so dropping the last owner ends the item even while
@@ -105,7 +107,9 @@ protected:
     // The "data" of an element event, or its first entry when a backend wrapped it in an array.
     Ref elementData(Ref const& value) const;
     // Runs `work` on the queue thread while the item lives; false when the queue refused it.
-    bool queueWork(std::function<void()> work);
+    // `work` is wrapped once, together with the item's liveness check.
+    template <typename Work>
+    bool queueWork(Work&& work);
     // The confirmation of items whose element needs no subscription of its own: reported when
     // the element flag changes, and once to a `subscribe` that found the item confirmed already.
     void confirmElementWithoutRequest();
@@ -133,7 +137,7 @@ protected:
 private:
     using AsyncQueueThread = qel::onlineservices::common::utils::AsyncQueueThread;
 
-    void asyncHandle(SubscriptionIndex index, std::shared_ptr<Value> const& value);
+    void asyncHandle(SubscriptionIndex index, std::shared_ptr<Value const> const& value);
     // Warns when the push found the backlog at its high-water mark; returns whether it was queued.
     bool notePush(AsyncQueueThread::Pushed const& pushed) const;
     // Subscribes `request` with this item as both handlers; 0 when the item is not owned.
@@ -162,5 +166,18 @@ private:
     AsyncQueueThread m_asyncQueue;
     RSISubscriptionCallback m_subscriptionCallback;
 };
+
+template <typename Work>
+bool SubscriptionBaseItem::queueWork(Work&& work) {
+    std::weak_ptr<SubscriptionBaseItem> const weakSelf = weak_from_this();
+    // `work` may use `this`: it only runs while the lock below keeps the item alive.
+    return notePush(m_asyncQueue.push(
+        [weakSelf, work = std::forward<Work>(work)]() mutable {
+            if (auto const self = weakSelf.lock()) {
+                work();
+            }
+        },
+        0));
+}
 
 }  // namespace qel::onlineservices::framework::core

@@ -15,6 +15,9 @@ namespace qel::onlineservices::common::utils {
 using qel::common::logging::LogLevel;
 
 struct AsyncQueueThread::State {
+    // Enough for the few events an item usually has pending.
+    static constexpr std::size_t SPARE_ENTRIES = 8;
+
     struct Entry {
         std::uint32_t kind;
         std::function<void()> job;
@@ -24,7 +27,10 @@ struct AsyncQueueThread::State {
     std::mutex mutex;
     std::condition_variable wake;
     Entries jobs;                                          // guarded by mutex
-    std::map<std::uint32_t, Entries::iterator> newestOfKind;  // guarded by mutex; pending jobs only
+    // Guarded by mutex. `jobs.end()` when none of the kind is pending: the entry of a kind stays,
+    // so that a push does not allocate one each time the queue ran empty.
+    std::map<std::uint32_t, Entries::iterator> newestOfKind;
+    Entries spare;  // guarded by mutex; emptied entries, reused so that a push does not allocate
     std::size_t highWaterMark = DEFAULT_HIGH_WATER_MARK;   // guarded by mutex
     bool aboveHighWater = false;                           // guarded by mutex
     std::size_t overtaken = 0;                             // guarded by mutex
@@ -52,10 +58,15 @@ struct AsyncQueueThread::State {
         Entry& front = jobs.front();
         auto const newest = newestOfKind.find(front.kind);
         if (newest != newestOfKind.end() && newest->second == jobs.begin()) {
-            newestOfKind.erase(newest);
+            newest->second = jobs.end();
         }
         auto job = std::move(front.job);
-        jobs.pop_front();
+        front.job = nullptr;
+        if (spare.size() < SPARE_ENTRIES) {
+            spare.splice(spare.begin(), jobs, jobs.begin());
+        } else {
+            jobs.pop_front();
+        }
         if (jobs.size() <= highWaterMark / 2) {
             aboveHighWater = false;  // the episode is over; the next crossing reports again
         }
@@ -69,18 +80,24 @@ struct AsyncQueueThread::State {
             return nullptr;
         }
         auto const newest = newestOfKind.find(kind);
-        if (newest == newestOfKind.end()) {
+        if (newest == newestOfKind.end() || newest->second == jobs.end()) {
             return nullptr;
         }
         auto overtakenJob = std::move(newest->second->job);
         jobs.erase(newest->second);
-        newestOfKind.erase(newest);
+        newest->second = jobs.end();
         ++overtaken;
         return overtakenJob;
     }
 
     void append(std::uint32_t kind, std::function<void()> job) {
-        jobs.push_back({kind, std::move(job)});
+        if (spare.empty()) {
+            jobs.push_back({kind, std::move(job)});
+        } else {
+            jobs.splice(jobs.end(), spare, spare.begin());
+            jobs.back().kind = kind;
+            jobs.back().job = std::move(job);
+        }
         if (kind != 0) {
             newestOfKind[kind] = std::prev(jobs.end());
         }

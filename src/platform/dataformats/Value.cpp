@@ -39,6 +39,16 @@ Value const* Object::get(std::string const& name) const {
     return found != m_members.end() ? found->second.get() : nullptr;
 }
 
+std::unique_ptr<Value> Object::take(std::string const& name) {
+    auto found = m_members.find(name);
+    if (found == m_members.end()) {
+        return nullptr;
+    }
+    std::unique_ptr<Value> taken = std::move(found->second);
+    m_members.erase(found);
+    return taken;
+}
+
 std::unique_ptr<Value> Object::copy() const {
     auto result = std::make_unique<Object>();
     for (auto const& [name, value] : m_members) {

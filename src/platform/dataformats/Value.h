@@ -154,6 +154,9 @@ public:
     Value* setNew(std::string const& name, std::unique_ptr<Value> value);
     // Null when there is no such member.
     Value const* get(std::string const& name) const;
+    // Removes member `name` and hands it over (null when there is none): a part of a tree moves
+    // on without a copy.
+    std::unique_ptr<Value> take(std::string const& name);
     PtrMap<std::string, Value> const& members() const { return m_members; }
 
     Kind kind() const override { return Kind::Object; }

@@ -1,8 +1,10 @@
 // What the RSI client answers to a request, and the shape of every event of a subscription.
 //
 // Contract: default-constructed by the caller and filled by the client through the setters.
-// Readers get the decoded body as a `Value const*` that lives as long as the response.
-// Movable, not copyable (it owns the body).
+// Readers get the decoded body as a `Value const*` that lives as long as the response, or share
+// it with `shareData` to keep it longer (an event handed on to another thread). The body is
+// read-only once set: whoever shares it reads it, nobody writes into it.
+// Movable, not copyable (one response per answer or event).
 #pragma once
 
 #include "dataformats/Value.h"
@@ -26,6 +28,8 @@ public:
     // The decoded body, or null. `binary` asks for undecoded bytes; this client always decodes
     // (binary bodies arrive as a `Blob`), so the argument does not change the result.
     qel::dataformats::data::Value const* getData(bool binary) const;
+    // The same body, shared; null when there is none.
+    std::shared_ptr<qel::dataformats::data::Value const> shareData() const { return m_data; }
     std::string const& getEtag() const { return m_etag; }
     std::string const& getLocation() const { return m_location; }
     // The `requestId` of the request this answer or event belongs to.
@@ -41,7 +45,7 @@ public:
 
 private:
     std::int16_t m_status = 0;
-    std::unique_ptr<qel::dataformats::data::Value> m_data;
+    std::shared_ptr<qel::dataformats::data::Value const> m_data;
     std::string m_etag;
     std::string m_location;
     std::uint32_t m_id = 0;

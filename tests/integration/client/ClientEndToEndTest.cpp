@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <thread>
 
 namespace qel::test {
@@ -54,6 +55,49 @@ struct EventCounter : IServiceDataListener, IKVSListener {
     std::condition_variable changed;
     int events = 0;  // guarded by mutex
 };
+
+// Voluntary context switches (each one a wait that blocked) of this process's threads, by thread id.
+struct ThreadSwitches {
+    std::string name;
+    long count = 0;
+};
+std::map<std::string, ThreadSwitches> threadSwitches() {
+    std::map<std::string, ThreadSwitches> threads;
+    for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        ThreadSwitches entry;
+        std::ifstream(task.path() / "comm") >> entry.name;
+        std::ifstream status(task.path() / "status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("voluntary_ctxt_switches:", 0) == 0) {
+                entry.count = std::stol(line.substr(line.find(':') + 1));
+            }
+        }
+        threads[task.path().filename().string()] = entry;
+    }
+    return threads;
+}
+
+bool isItemQueue(std::string const& threadName) {
+    for (auto const* tag : {"svc:", "tok:", "prv:", "kvs:", "job:"}) {
+        if (threadName.rfind(tag, 0) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Switches per thread between two snapshots (threads in both only).
+std::map<std::string, ThreadSwitches> switchesBetween(std::map<std::string, ThreadSwitches> const& before,
+                                                      std::map<std::string, ThreadSwitches> const& after) {
+    std::map<std::string, ThreadSwitches> delta;
+    for (auto const& [id, entry] : after) {
+        auto const earlier = before.find(id);
+        if (earlier != before.end()) {
+            delta[id] = ThreadSwitches{entry.name, entry.count - earlier->second.count};
+        }
+    }
+    return delta;
+}
 
 struct Posts {
     std::size_t creates = 0;  // POST to a resource
@@ -204,6 +248,51 @@ TEST_F(ClientEndToEndTest, EntriesAreWrittenOnceAndASecondClientOnlyReadsThem) {
     };
     EXPECT_EQ(writesOf(R"("value":"2")"), 1);
     EXPECT_EQ(writesOf(R"("value":"on")"), 0);
+}
+
+TEST_F(ClientEndToEndTest, AnIdleClientWakesItsWorkerAtMostOncePerSecondAndItsItemsNever) {
+    auto client = build(describe());
+    client->startup();
+    ASSERT_EQ(states->take(RS::RESUMED).back(), RS::RESUMED);
+    // The initial events are being processed still; idle is when the item threads went quiet.
+    auto const itemSwitches = [](std::map<std::string, ThreadSwitches> const& threads) {
+        long sum = 0;
+        for (auto const& [id, entry] : threads) {
+            sum += isItemQueue(entry.name) ? entry.count : 0;
+        }
+        return sum;
+    };
+    auto settled = threadSwitches();
+    for (int check = 0; check < 50; ++check) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        auto const now = threadSwitches();
+        bool const quiet = itemSwitches(now) == itemSwitches(settled) && now.size() == settled.size();
+        settled = now;
+        if (quiet) {
+            break;
+        }
+    }
+
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000));  // the idle window
+    auto const window = switchesBetween(settled, threadSwitches());
+    long workerWakeUps = -1;
+    int itemQueues = 0;
+    for (auto const& [id, entry] : window) {
+        if (isItemQueue(entry.name)) {
+            ++itemQueues;
+            EXPECT_EQ(entry.count, 0) << entry.name << " woke up while idle";
+        } else if (entry.name == "framework_nav.R") {  // the RSI worker, named after the client's logger
+            workerWakeUps = entry.count;
+        }
+    }
+    // Service, token, privacy, two KVS and the job item: each had its initial event.
+    EXPECT_EQ(itemQueues, 6);
+    // One wait of up to 1000 ms per loop: at most one ends inside the window (two when the window
+    // meets a loop on both of its edges).
+    EXPECT_GE(workerWakeUps, 0);
+    EXPECT_LE(workerWakeUps, 2);
+    RecordProperty("worker_wakeups_per_second", static_cast<int>(workerWakeUps));
+    client->stop();
 }
 
 TEST_F(ClientEndToEndTest, DestroyClientWhileEventsArrive) {

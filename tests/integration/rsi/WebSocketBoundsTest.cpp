@@ -289,7 +289,7 @@ TEST(WebSocketSessionCloseTest, CloseAfterQueuedMessagesSendsThemAllFirst) {
     std::promise<std::string> closed;
     auto closedFor = closed.get_future();
     host::WebSocketSession session(endpoint, host::WebSocketLimits{},
-                                   {[](std::string const&) {},
+                                   {[](std::string_view) {},
                                     [&](std::string const& reason) { closed.set_value(reason); }});
     std::string error;
     ASSERT_TRUE(session.connect({"127.0.0.1"}, 2000, error)) << error;

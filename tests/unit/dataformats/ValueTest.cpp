@@ -39,6 +39,23 @@ TEST(Value, CopyIsDeepAndOutlivesTheOriginal) {
     EXPECT_EQ(json::stringify(copy.get()), text);
 }
 
+TEST(Value, TakeHandsOverTheMemberItselfAndLeavesTheRest) {
+    auto parsed = json::parse(DOCUMENT);
+    ASSERT_NE(parsed, nullptr);
+    auto& root = static_cast<Object&>(*parsed);
+    Value const* const nested = root.get("nested");
+
+    auto taken = root.take("nested");
+    EXPECT_EQ(taken.get(), nested);  // the node itself, not a copy of it
+    EXPECT_EQ(root.get("nested"), nullptr);
+    EXPECT_EQ(root.take("nested"), nullptr);
+    EXPECT_EQ(root.take("missing"), nullptr);
+    EXPECT_EQ(json::stringify(parsed.get()), R"({"list":[1,2.5,"s",true,null,{"k":"v"}],"text":"t"})");
+
+    parsed.reset();
+    EXPECT_EQ(json::stringify(taken.get()), R"({"inner":[[1],[2]]})");
+}
+
 TEST(Value, BuildersStoreReplaceAndIgnoreNull) {
     Object object;
     EXPECT_EQ(object.setNew("a", nullptr), nullptr);

@@ -94,6 +94,22 @@ TEST_F(AsyncQueueBacklogTest, KindlessJobsAreNeverDroppedAndEachEpisodeIsReporte
     EXPECT_EQ(queue.overtakenCount(), 1u);
 }
 
+TEST_F(AsyncQueueBacklogTest, AKindWhoseJobsAllRanHasNothingToOvertakeInTheNextBacklog) {
+    queue.setHighWaterMark(2);
+    block();
+    EXPECT_EQ(push("a1", 1), 0u);
+    EXPECT_EQ(releaseAndCollect(), std::vector<std::string>{"a1"});
+
+    // The entries that ran are reused for these; none of them may count as a pending "a".
+    block();
+    EXPECT_EQ(push("b1", 2), 0u);
+    EXPECT_EQ(push("b2", 2), 0u);
+    EXPECT_EQ(push("a2", 1), 2u);
+    EXPECT_EQ(push("a3", 1), 0u);
+    EXPECT_EQ(releaseAndCollect(), (std::vector<std::string>{"b1", "b2", "a3"}));
+    EXPECT_EQ(queue.overtakenCount(), 1u);
+}
+
 TEST_F(AsyncQueueBacklogTest, BelowTheMarkEveryStateRunsAndAStoppedQueueRefuses) {
     block();
     for (int i = 0; i < 10; ++i) {

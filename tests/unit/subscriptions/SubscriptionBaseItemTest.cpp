@@ -4,6 +4,8 @@
 #include "support/ManualClock.h"
 
 #include <atomic>
+#include <cstdint>
+#include <future>
 #include <thread>
 
 namespace qel::test {
@@ -22,7 +24,16 @@ public:
     void processData(Ref const& element) override {
         seen.add({dataformats::json::stringify(element.get()), common::system::currentThreadName()});
     }
+    void handleEventElement(std::shared_ptr<Value> const& value) override {
+        eventNodes.add(reinterpret_cast<std::uintptr_t>(value.get()));
+        SubscriptionBaseItem::handleEventElement(value);
+    }
+    // Keeps the queue thread busy until `gate` opens.
+    void holdQueue(std::shared_future<void> gate) {
+        queueWork([gate] { gate.wait(); });
+    }
     Recorder<RecordingListener::Heard> seen;
+    Recorder<std::uintptr_t> eventNodes;  // where each element event's data lived
 };
 
 class SubscriptionBaseItemTest : public SubscriptionTestRig {
@@ -94,6 +105,37 @@ TEST_F(SubscriptionBaseItemTest, UnsubscribeEndsBothSubscriptionsAndAnswersFalse
     EXPECT_EQ(rsi->unsubscribed(), (std::vector<std::uint32_t>{elementId, resourceId}));
     EXPECT_EQ(released.all(), (std::vector<bool>{false, false, false}));  // element, resource, the final answer
 
+}
+
+TEST_F(SubscriptionBaseItemTest, EventDataReachesTheQueueUncopiedAndOutlivesTheResponse) {
+    subscribe(*item);
+    std::promise<void> open;
+    item->holdQueue(open.get_future().share());
+    std::uintptr_t received = 0;
+    {
+        Response response;
+        response.setId(2);
+        response.setData(dataformats::json::parse(R"({"type":"data","data":{"id":"e1","value":"blue"}})"));
+        received = reinterpret_cast<std::uintptr_t>(response.getData(false));
+        item->handleEvent(RequestState(RequestStateSucceeded, ""), response);
+    }  // the RSI thread is done with the response before the queue reads the event
+    open.set_value();
+    ASSERT_TRUE(item->waitForQueue(5000));
+    EXPECT_EQ(item->eventNodes.all(), std::vector<std::uintptr_t>{received});
+    ASSERT_EQ(item->seen.size(), 1u);
+    EXPECT_EQ(item->seen.all()[0].what, R"({"id":"e1","value":"blue"})");
+}
+
+TEST(RSISubscriptionCallback, AFunctionThatReplacesItselfFinishesItsCall) {
+    core::RSISubscriptionCallback callback;
+    auto const heard = std::make_shared<std::vector<bool>>();
+    callback.setFunction([&callback, heard](bool value) {
+        callback.setFunction(nullptr);  // lets go of the stored function while it runs...
+        heard->push_back(value);        // ...whose captures are still needed here
+    });
+    EXPECT_TRUE(callback.call(true));
+    EXPECT_FALSE(callback.call(false));
+    EXPECT_EQ(*heard, std::vector<bool>{true});
 }
 
 TEST_F(SubscriptionBaseItemTest, ItemsDestroyedWhileEventsArriveGoQuietly) {

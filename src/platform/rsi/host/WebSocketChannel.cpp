@@ -200,7 +200,7 @@ bool WebSocketChannel::ensureConnected(std::uint32_t timeoutMs, std::string& err
     // The previous connection has ended; its reader thread finishes delivering the error events.
     previous.reset();
 
-    WebSocketLink::Callbacks callbacks{[this](std::string const& text) { onMessage(text); },
+    WebSocketLink::Callbacks callbacks{[this](std::string_view text) { onMessage(text); },
                                        [this](std::string const& reason) { onClosed(reason); }};
     std::unique_ptr<WebSocketLink> session =
         m_link ? m_link(std::move(callbacks))
@@ -241,8 +241,8 @@ std::uint32_t WebSocketChannel::fail(std::string const& description, std::string
     return 0;
 }
 
-void WebSocketChannel::onMessage(std::string const& text) {
-    auto const message = dataformats::json::parse(text);
+void WebSocketChannel::onMessage(std::string_view text) {
+    auto message = dataformats::json::parse(text);
     if (message == nullptr) {
         m_logger << LogLevel::Warning << "Refused WebSocket message that is not valid JSON (" << text.size()
                  << " bytes)";
@@ -251,7 +251,7 @@ void WebSocketChannel::onMessage(std::string const& text) {
     Ref const root(message.get());
     std::string const type = root("type").asString();
     if (type == wire::EVENT) {
-        onEvent(root, text.size());
+        onEvent(std::move(message), text.size());
     } else if (type == wire::ACK) {
         onAcknowledgement(root);
     } else {
@@ -292,10 +292,11 @@ void WebSocketChannel::onAcknowledgement(Ref message) {
 // The whole message was read (up to the connection's own, larger bound) before this bound is
 // applied: so the event can be refused alone and named, while the connection other
 // subscriptions share stays open, which a bound on the transport's reads would not allow.
-void WebSocketChannel::onEvent(Ref message, std::size_t size) {
-    auto const backendId = static_cast<std::uint32_t>(message("subscriptionId").asInteger());
-    Ref const event = message("event");
-    if (event.kind() != Value::Kind::Object) {
+void WebSocketChannel::onEvent(std::unique_ptr<Value> message, std::size_t size) {
+    auto const backendId = static_cast<std::uint32_t>(Ref(message.get())("subscriptionId").asInteger());
+    // A message whose "type" could be read is an object.
+    std::unique_ptr<Value> event = static_cast<Object&>(*message).take("event");
+    if (event == nullptr || event->kind() != Value::Kind::Object) {
         m_logger << LogLevel::Warning << "Refused event without an event object for subscription " << backendId;
         return;
     }
@@ -319,7 +320,7 @@ void WebSocketChannel::onEvent(Ref message, std::size_t size) {
         Response response;
         response.setStatus(200);
         response.setId(target.requestId);
-        response.setData(event.get()->copy());
+        response.setData(std::move(event));
         handler->handleEvent(RequestState(RequestStateSucceeded, ""), response);
     }
 }

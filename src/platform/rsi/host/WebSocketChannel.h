@@ -37,6 +37,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace qel::rsi::client::host {
@@ -79,9 +80,10 @@ private:
     bool isCancelled(std::thread::id caller) const;  // m_mutex held
     std::uint32_t fail(std::string const& description, std::string const& note, std::int16_t status,
                        Response& response, RequestState& state);
-    void onMessage(std::string const& text);
+    void onMessage(std::string_view text);
     void onAcknowledgement(dataformats::data::Ref message);
-    void onEvent(dataformats::data::Ref message, std::size_t size);
+    // Takes the parsed message: its event moves on into the response without a copy.
+    void onEvent(std::unique_ptr<dataformats::data::Value> message, std::size_t size);
     void onClosed(std::string const& reason);
 
     common::logging::Logger const m_logger{"rsi.host.websocket"};

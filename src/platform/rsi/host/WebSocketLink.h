@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qel::rsi::client::host {
@@ -34,7 +35,7 @@ struct WebSocketLimits {
 class WebSocketLink {
 public:
     struct Callbacks {
-        std::function<void(std::string const& message)> onMessage;
+        std::function<void(std::string_view message)> onMessage;  // valid during the call
         std::function<void(std::string const& reason)> onClosed;
     };
     using Factory = std::function<std::unique_ptr<WebSocketLink>(Callbacks callbacks)>;

@@ -91,7 +91,8 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
         if (orphaned) {
             // Nobody listens any more; the socket closed by the destructor ends the reads.
         } else if (ws.got_text()) {
-            callbacks.onMessage(beast::buffers_to_string(buffer.data()));
+            // Read straight from the buffer, which the flat buffer keeps in one piece.
+            callbacks.onMessage(std::string_view(static_cast<char const*>(buffer.data().data()), buffer.size()));
         } else {
             logger << LogLevel::Warning << "Refused binary WebSocket message of " << buffer.size() << " bytes";
         }

@@ -1,8 +1,9 @@
 // One WebSocket connection to the backend and its named reader thread.
 //
 // Contract: `connect` runs on the caller's thread, bounded by the time-out; `start` then launches
-// the reader thread ("rsi-ws-reader"), which hands every text message to `onMessage`, in arrival order,
-// until the connection ends, then calls `onClosed` once with the reason and ends. `send` and
+// the reader thread ("rsi-ws-reader"), which hands every text message to `onMessage`, in arrival
+// order, as a view valid during the call, until the connection ends, then calls `onClosed` once
+// with the reason and ends. `send` and
 // `close` are thread-safe and never block on the network: they queue work for the reader thread.
 // The connection's life is bounded (`WebSocketLimits`): a message over `maxMessageBytes` or any
 // other protocol violation by the backend (reserved opcode or bit, masked frame, invalid UTF-8)
@@ -21,6 +22,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
