@@ -40,7 +40,7 @@ private:
     std::string m_domain;
     std::string m_instance;
     std::string m_connection;
-    std::uint32_t m_first;
+    [[maybe_unused]] std::uint32_t m_first;  // kept, never read
     std::uint32_t m_retryInterval;
     std::shared_ptr<CommonAPI::Runtime> m_runtime;
     qel::common::logging::Logger m_logger{"CommonAPIConnector"};

@@ -15,7 +15,8 @@
 
 namespace CommonAPI::dbus {
 
-class DBusFactory : public Factory {
+// Hidden like what it makes: the binding is reached through its registration, never by name.
+class __attribute__((visibility("hidden"))) DBusFactory : public Factory {
 public:
     static constexpr char const* BINDING_NAME = "dbus";
 

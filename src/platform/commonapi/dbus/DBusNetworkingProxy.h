@@ -20,8 +20,10 @@
 
 namespace CommonAPI::dbus {
 
-class DBusNetworkingProxy : public v1::qel::networking::api::networkingProxyBase,
-                            public std::enable_shared_from_this<DBusNetworkingProxy> {
+// Hidden like its connection loop: only this binding makes one; applications see the base.
+class __attribute__((visibility("hidden"))) DBusNetworkingProxy
+    : public v1::qel::networking::api::networkingProxyBase,
+      public std::enable_shared_from_this<DBusNetworkingProxy> {
 public:
     // Null (and a log line) when the bus cannot be reached.
     static std::shared_ptr<DBusNetworkingProxy> create(Address const& address,

@@ -18,7 +18,9 @@
 
 namespace CommonAPI::dbus {
 
-class DBusServiceEndpoint : public v1::qel::networking::api::networkingStubAdapter {
+// Hidden like its connection loop: only this binding makes one.
+class __attribute__((visibility("hidden"))) DBusServiceEndpoint
+    : public v1::qel::networking::api::networkingStubAdapter {
 public:
     // Null (and a log line) when the bus cannot be reached or the name is taken.
     static std::shared_ptr<DBusServiceEndpoint> create(
