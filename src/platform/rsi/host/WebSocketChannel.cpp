@@ -300,26 +300,38 @@ void WebSocketChannel::onEvent(std::unique_ptr<Value> message, std::size_t size)
         m_logger << LogLevel::Warning << "Refused event without an event object for subscription " << backendId;
         return;
     }
-    Live target;
+    bool const tooBig = size > m_limits.maxEventBytes;
+    bool known = false;
+    std::weak_ptr<EventHandler> target;
+    std::uint32_t requestId = 0;
+    std::string path;  // copied only to name a refused event
     {
         std::lock_guard<std::mutex> const lock(m_mutex);
         auto const id = m_idByBackendId.find(backendId);
-        if (id == m_idByBackendId.end()) {
-            m_logger << LogLevel::Warning << "Dropped event for unknown subscription " << backendId;
-            return;
+        if (id != m_idByBackendId.end()) {
+            Live const& live = m_live[id->second];
+            known = true;
+            target = live.handler;
+            requestId = live.requestId;
+            if (tooBig) {
+                path = live.target;
+            }
         }
-        target = m_live[id->second];
     }
-    if (size > m_limits.maxEventBytes) {
+    if (!known) {
+        m_logger << LogLevel::Warning << "Dropped event for unknown subscription " << backendId;
+        return;
+    }
+    if (tooBig) {
         m_logger << LogLevel::Warning << "Refused event of " << size << " bytes, over " << m_limits.maxEventBytes
-                 << ", for subscription " << backendId << " (" << target.target << ")";
+                 << ", for subscription " << backendId << " (" << path << ")";
         return;
     }
     // Last use of the channel: releasing the handler may destroy it.
-    if (auto const handler = target.handler.lock()) {
+    if (auto const handler = target.lock()) {
         Response response;
         response.setStatus(200);
-        response.setId(target.requestId);
+        response.setId(requestId);
         response.setData(std::move(event));
         handler->handleEvent(RequestState(RequestStateSucceeded, ""), response);
     }
