@@ -62,6 +62,20 @@ TEST_F(RsiEndpointTest, UnusableValuesAreLoggedAndIgnored) {
     EXPECT_TRUE(log.contains(LogLevel::Warning, "Ignoring QEL_RSI_PORT='80x'"));
 }
 
+TEST_F(RsiEndpointTest, WebSocketBoundsComeFromTheEndpointSectionWhenPositive) {
+    using rsi::client::host::HostRsiClient;
+    auto const defaults = HostRsiClient::defaultOptions(m_iniPath);
+    EXPECT_EQ(defaults.webSocket.maxEventBytes, 1048576u);
+    EXPECT_EQ(defaults.webSocket.idleTimeoutMs, 20000u);
+
+    auto const tuned = HostRsiClient::defaultOptions(
+        writeIni("[RSI_SERVICE]\nPORT=9000\nWS_MAX_EVENT_BYTES=4194304\nWS_IDLE_TIMEOUT_MS=-5\n"));
+    EXPECT_EQ(tuned.endpoint.text(), "127.0.0.1:9000");
+    EXPECT_EQ(tuned.webSocket.maxEventBytes, 4194304u);
+    EXPECT_EQ(tuned.webSocket.idleTimeoutMs, 20000u);
+    EXPECT_TRUE(log.contains(LogLevel::Warning, "Ignoring RSI_SERVICE/WS_IDLE_TIMEOUT_MS -5"));
+}
+
 TEST(SharedRsiClient, HostClientIsTheDefaultUntilAClientIsInstalled) {
     auto const host = rsi::client::GetSharedRsiClient();
     EXPECT_NE(std::dynamic_pointer_cast<rsi::client::host::HostRsiClient>(host), nullptr);

@@ -1,10 +1,35 @@
 #include "rsi/host/HostRsiClient.h"
 
-namespace qel::rsi::client::host {
+#include "common/Logger.h"
+#include "ini/IniFileHandler.h"
 
-HostRsiClient::Options HostRsiClient::defaultOptions() {
+namespace qel::rsi::client::host {
+namespace {
+
+// A positive integer setting of the endpoint's ini section; anything else keeps `value`.
+template <typename Number>
+void readPositive(onlineservices::common::ini::IniFileHandler const& ini, char const* key, Number& value) {
+    int setting = 0;
+    if (!ini.getValue("RSI_SERVICE", key, setting)) {
+        return;
+    }
+    if (setting <= 0) {
+        common::logging::Logger("rsi.host") << common::logging::LogLevel::Warning << "Ignoring RSI_SERVICE/" << key
+                                            << " " << setting;
+        return;
+    }
+    value = static_cast<Number>(setting);
+}
+
+}  // namespace
+
+HostRsiClient::Options HostRsiClient::defaultOptions(std::string const& iniPath) {
     Options options;
-    options.endpoint = RsiEndpoint::resolve();
+    options.endpoint = RsiEndpoint::resolve(iniPath);
+    // A deployment tunes the WebSocket's bounds where it sets the endpoint.
+    onlineservices::common::ini::IniFileHandler const ini(iniPath);
+    readPositive(ini, "WS_MAX_EVENT_BYTES", options.webSocket.maxEventBytes);
+    readPositive(ini, "WS_IDLE_TIMEOUT_MS", options.webSocket.idleTimeoutMs);
     return options;
 }
 

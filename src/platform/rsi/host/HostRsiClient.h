@@ -23,6 +23,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace qel::rsi::client::host {
 
@@ -38,8 +39,10 @@ public:
         NameResolver::Lookup lookup;
     };
 
-    // The defaults, with the endpoint resolved by `RsiEndpoint::resolve`.
-    static Options defaultOptions();
+    // The defaults, with the endpoint resolved by `RsiEndpoint::resolve` and the WebSocket's event
+    // bound and idle time-out taken from the same ini section (RSI_SERVICE, keys
+    // WS_MAX_EVENT_BYTES and WS_IDLE_TIMEOUT_MS) when set there to a positive number.
+    static Options defaultOptions(std::string const& iniPath = RsiEndpoint::DEFAULT_INI_PATH);
 
     explicit HostRsiClient(Options const& options);
 
