@@ -2,9 +2,13 @@
 
 #include <csignal>
 #include <cstdio>
-#include <string>
 #include <cstdlib>
 #include <fstream>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace qel::test {
@@ -35,29 +39,56 @@ PrivateDBus::PrivateDBus() {
     }
     m_directory = pattern;
     std::ofstream(m_directory + "/bus.conf") << configFor(m_directory);
-    // Written to a file, not a pipe: the daemon keeps its output open and would die of SIGPIPE.
-    std::string const command = "dbus-daemon --config-file=" + m_directory + "/bus.conf --print-address=1 --print-pid=1 --fork > " +
-                                m_directory + "/daemon.out";
-    if (std::system(command.c_str()) != 0) {
-        return;
-    }
-    std::ifstream output(m_directory + "/daemon.out");
-    std::getline(output, m_address);
-    std::string pid;
-    std::getline(output, pid);
-    m_pid = static_cast<pid_t>(std::atoi(pid.c_str()));
     if (char const* previous = std::getenv("DBUS_SESSION_BUS_ADDRESS")) {
         m_hadPreviousAddress = true;
         m_previousAddress = previous;
     }
+    spawnDaemon();
     if (started()) {
         ::setenv("DBUS_SESSION_BUS_ADDRESS", m_address.c_str(), 1);
+    }
+}
+
+// The daemon is our child and dies with the test process, even one that is killed; it prints its
+// address into a pipe we keep open, so it never writes to a closed one.
+void PrivateDBus::spawnDaemon() {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) {
+        return;
+    }
+    std::string const config = "--config-file=" + m_directory + "/bus.conf";  // built before fork
+    pid_t const parent = ::getpid();
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (::getppid() != parent) {
+            ::_exit(1);  // the test is gone already
+        }
+        ::dup2(fds[1], STDOUT_FILENO);
+        ::execlp("dbus-daemon", "dbus-daemon", config.c_str(), "--print-address=1", "--nofork", nullptr);
+        ::_exit(127);
+    }
+    ::close(fds[1]);
+    if (child < 0) {
+        ::close(fds[0]);
+        return;
+    }
+    m_pid = child;
+    m_output = fds[0];
+    // The address line is printed once the bus listens; end of file means the daemon failed.
+    char c = 0;
+    while (::read(m_output, &c, 1) == 1 && c != '\n') {
+        m_address.push_back(c);
     }
 }
 
 PrivateDBus::~PrivateDBus() {
     if (m_pid > 0) {
         ::kill(m_pid, SIGTERM);
+        ::waitpid(m_pid, nullptr, 0);
+    }
+    if (m_output >= 0) {
+        ::close(m_output);
     }
     if (m_hadPreviousAddress) {
         ::setenv("DBUS_SESSION_BUS_ADDRESS", m_previousAddress.c_str(), 1);
@@ -67,7 +98,6 @@ PrivateDBus::~PrivateDBus() {
     if (!m_directory.empty()) {
         std::remove((m_directory + "/bus.conf").c_str());
         std::remove((m_directory + "/bus").c_str());
-        std::remove((m_directory + "/daemon.out").c_str());
         ::rmdir(m_directory.c_str());
     }
 }

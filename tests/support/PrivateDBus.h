@@ -4,6 +4,7 @@
 //   PrivateDBus bus;              // starts the daemon (see started())
 //   ... code that uses the session bus ...
 //                                 // the destructor kills the daemon and removes the directory
+// The daemon is the test process's child and dies with it, even when the test is killed.
 // Never touches the machine's session or system bus.
 #pragma once
 
@@ -23,9 +24,12 @@ public:
     std::string const& address() const { return m_address; }
 
 private:
+    void spawnDaemon();
+
     std::string m_directory;
     std::string m_address;
     pid_t m_pid = -1;
+    int m_output = -1;  // the daemon's standard output, open while it lives
     std::string m_previousAddress;
     bool m_hadPreviousAddress = false;
 };
