@@ -24,6 +24,8 @@
 #include "rsi/host/RsiWireFormat.h"
 #include "subscriptions/TokenItem.h"
 
+#include "SilentWrapper.h"
+
 #include <benchmark/benchmark.h>
 #include <boost/asio/connect.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -587,19 +589,7 @@ void RawBeast_TokenEventThroughput(benchmark::State& state) {
 }
 BENCHMARK(RawBeast_TokenEventThroughput)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// Accepts every subscription and sends nothing: events are handed to the item directly.
-class SilentWrapper : public qel::onlineservices::framework::core::IRSIClientWrapper {
-public:
-    void sendRequest(std::shared_ptr<Request> const&, std::weak_ptr<ResponseHandler> const&) override {}
-    unsigned int subscribe(std::shared_ptr<Request> const&, std::weak_ptr<ResponseHandler> const&,
-                           std::weak_ptr<EventHandler> const&) override {
-        return 1;
-    }
-    void unsubscribe(unsigned int) override {}
-    void disconnect() override {}
-    void start() override {}
-    void stop() override {}
-};
+using qel::benchmarks::SilentWrapper;
 
 // The event part of TOKEN_EVENT_MESSAGE: what the client hands to the subscription.
 std::string tokenEventText() {

@@ -8,6 +8,8 @@
 #include "rsi/IRSIClientWrapper.h"
 #include "subscriptions/ServiceItem.h"
 
+#include "SilentWrapper.h"
+
 #include <benchmark/benchmark.h>
 
 #include <unistd.h>
@@ -28,19 +30,7 @@ using namespace qel::rsi::client;
 
 constexpr int EVENTS = 30000;
 
-// Accepts every subscription and sends nothing: events are fed to the item directly.
-class SilentWrapper : public IRSIClientWrapper {
-public:
-    void sendRequest(std::shared_ptr<Request> const&, std::weak_ptr<ResponseHandler> const&) override {}
-    unsigned int subscribe(std::shared_ptr<Request> const&, std::weak_ptr<ResponseHandler> const&,
-                           std::weak_ptr<EventHandler> const&) override {
-        return 1;
-    }
-    void unsubscribe(unsigned int) override {}
-    void disconnect() override {}
-    void start() override {}
-    void stop() override {}
-};
+using qel::benchmarks::SilentWrapper;
 
 class SlowListener : public IServiceDataListener {
 public:
