@@ -34,6 +34,57 @@ struct Notifier::JobAnswer {
 
 Notifier::Notifier(std::shared_ptr<FrameworkConfig> const& config) : m_logger(loggerName(config)) {}
 
+template <typename Listener, typename Call>
+auto Notifier::fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage, Call call) {
+    return [this, &listeners, expiredMessage, call = std::move(call)] {
+        // Only the delivering thread erases, and additions go to the end: the positions before
+        // `count` stay put while the lock is let go for each call.
+        std::size_t count = 0;
+        {
+            MutexGuard guard(m_mutex);
+            count = listeners.size();
+        }
+        for (std::size_t position = 0; position < count;) {
+            std::shared_ptr<Listener> listener;
+            {
+                MutexGuard guard(m_mutex);
+                listener = listeners[position].lock();
+                if (!listener) {
+                    m_logger << LogLevel::Info << expiredMessage;
+                    listeners.erase(listeners.begin() + static_cast<std::ptrdiff_t>(position));
+                    --count;
+                    continue;
+                }
+            }
+            ++position;
+            try {
+                call(*listener);
+            } catch (std::exception const& error) {
+                m_logger << LogLevel::Error << "Listener failed: " << error.what();
+            } catch (...) {
+                m_logger << LogLevel::Error << "Listener failed";
+            }
+        }
+    };
+}
+
+template <typename Call>
+void Notifier::deliver(Call&& call) {
+    {
+        MutexGuard guard(m_mutex);
+        if (m_delivering) {
+            // The delivering thread (perhaps this one, inside a listener) takes it in turn.
+            m_deliveries.emplace_back(std::forward<Call>(call));
+            return;
+        }
+        // Nobody delivers, so nothing is queued: delivering here keeps the order.
+        m_delivering = true;
+        m_deliveringThread = std::this_thread::get_id();
+    }
+    call();
+    drain();
+}
+
 void Notifier::setListener(std::weak_ptr<IBackendJobListener> const& listener) {
     MutexGuard guard(m_mutex);
     m_backendJobListener = listener;
@@ -83,8 +134,9 @@ void Notifier::notifyAccessToken(std::string const& serviceId,
                                  std::shared_ptr<dataitems::AccessTokenObject> const& token) {
     m_logger << LogLevel::Info << "notifyAccessToken";
     deliver(fanOut(m_serviceDataListeners, "Access Token listener expired, removing!",
-                   [serviceId, tokenText = token ? token->token : std::string()](IServiceDataListener& listener) {
-                       listener.onTokenChanged(serviceId, tokenText);
+                   // The record is not changed after it was handed here: its text is not copied.
+                   [serviceId, token](IServiceDataListener& listener) {
+                       listener.onTokenChanged(serviceId, token ? token->token : std::string());
                    }));
 }
 
@@ -181,19 +233,6 @@ void Notifier::answerJob(std::shared_ptr<dataitems::JobObject> const& job, JobAn
     m_jobAnswered.broadcast();
 }
 
-void Notifier::deliver(Delivery delivery) {
-    {
-        MutexGuard guard(m_mutex);
-        m_deliveries.push_back(std::move(delivery));
-        if (m_delivering) {
-            return;  // the delivering thread (perhaps this one, inside a listener) takes it in turn
-        }
-        m_delivering = true;
-        m_deliveringThread = std::this_thread::get_id();
-    }
-    drain();
-}
-
 void Notifier::drain() {
     for (;;) {
         Delivery next;
@@ -209,36 +248,6 @@ void Notifier::drain() {
         }
         next();
     }
-}
-
-template <typename Listener, typename Call>
-Notifier::Delivery Notifier::fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage,
-                                    Call call) {
-    return [this, &listeners, expiredMessage, call = std::move(call)] {
-        std::vector<std::shared_ptr<Listener>> live;
-        {
-            MutexGuard guard(m_mutex);
-            live.reserve(listeners.size());
-            for (auto position = listeners.begin(); position != listeners.end();) {
-                if (auto listener = position->lock()) {
-                    live.push_back(std::move(listener));
-                    ++position;
-                } else {
-                    m_logger << LogLevel::Info << expiredMessage;
-                    position = listeners.erase(position);
-                }
-            }
-        }
-        for (auto const& listener : live) {
-            try {
-                call(*listener);
-            } catch (std::exception const& error) {
-                m_logger << LogLevel::Error << "Listener failed: " << error.what();
-            } catch (...) {
-                m_logger << LogLevel::Error << "Listener failed";
-            }
-        }
-    };
 }
 
 }  // namespace qel::onlineservices::framework::core

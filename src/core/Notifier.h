@@ -74,13 +74,15 @@ private:
     using Delivery = std::function<void()>;
     struct JobAnswer;
 
-    // Queues one delivery and, when no thread is delivering, delivers the queue on this thread.
-    void deliver(Delivery delivery);
+    // Queues one delivery or, when no thread is delivering, delivers it and then the queue on
+    // this thread.
+    template <typename Call>
+    void deliver(Call&& call);
     // Delivers until the queue is empty, then gives the delivering role up.
     void drain();
     // A delivery that drops the expired listeners of `listeners` and calls `call` on the live ones.
     template <typename Listener, typename Call>
-    Delivery fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage, Call call);
+    auto fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage, Call call);
     void answerJob(std::shared_ptr<dataitems::JobObject> const& job, JobAnswer& answer);
 
     qel::common::logging::Logger m_logger;

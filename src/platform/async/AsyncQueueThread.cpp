@@ -143,9 +143,9 @@ AsyncQueueThread::Pushed AsyncQueueThread::push(std::function<void()> job, std::
     }
     std::function<void()> overtaken;  // released after the lock, like every captured owner
     // The job may own this queue and drop it on the queue thread before we return, so only
-    // the shared state is touched once the job is queued, and the wake-up happens under its lock.
+    // the shared state, kept alive here, is touched once the job is queued.
     auto const state = m_state;
-    std::lock_guard<std::mutex> lock(state->mutex);
+    std::unique_lock<std::mutex> lock(state->mutex);
     if (state->stopped) {
         return pushed;
     }
@@ -157,6 +157,8 @@ AsyncQueueThread::Pushed AsyncQueueThread::push(std::function<void()> job, std::
     overtaken = state->makeRoomFor(kind);
     state->append(kind, std::move(job));
     pushed.queued = true;
+    lock.unlock();
+    // Outside the lock, so that the woken thread does not at once block on it.
     state->wake.notify_one();
     return pushed;
 }

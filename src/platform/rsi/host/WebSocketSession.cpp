@@ -4,6 +4,7 @@
 #include "rsi/host/BlockingAsio.h"
 
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/websocket.hpp>
 
@@ -79,13 +80,19 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
     Impl(RsiEndpoint endpointIn, WebSocketLimits const& limitsIn, Callbacks callbacksIn)
         : endpoint(std::move(endpointIn)), limits(limitsIn), callbacks(std::move(callbacksIn)) {}
 
+    // Piece by piece, so that a large message arriving slowly still shows the link alive.
     void readNext() {
-        ws.async_read(buffer, [this](beast::error_code error, std::size_t) { onRead(error); });
+        ws.async_read_some(buffer, 0, [this](beast::error_code error, std::size_t) { onRead(error); });
     }
 
     void onRead(beast::error_code const& error) {
         if (error) {
             finish(error);
+            return;
+        }
+        heard = true;
+        if (!ws.is_message_done()) {
+            readNext();
             return;
         }
         if (orphaned) {
@@ -132,6 +139,39 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
         });
     }
 
+    // Dead-link detection, once per half of the idle bound instead of a timer re-armed on every
+    // read: a half without anything heard sends a ping, a second one ends the connection.
+    void watchLink() {
+        if (limits.idleTimeoutMs == 0) {
+            return;
+        }
+        linkTimer.expires_after(std::chrono::milliseconds(limits.idleTimeoutMs) / 2);
+        linkTimer.async_wait([this](beast::error_code error) {
+            if (!error && !ended) {
+                checkLink();
+            }
+        });
+    }
+
+    void checkLink() {
+        if (closing) {
+            return;  // the close handshake has its own bound
+        }
+        if (heard) {
+            heard = false;
+            pinged = false;
+        } else if (!pinged) {
+            // Control frames may go out beside a message write, never beside the close frame.
+            pinged = true;
+            ws.async_ping({}, [](beast::error_code) {});
+        } else {
+            silent = true;
+            beast::get_lowest_layer(ws).close();
+            return;
+        }
+        watchLink();
+    }
+
     // The stream allows one write at a time and the close frame is one: with messages still going
     // out, the last write's completion sends it.
     void startClose() {
@@ -158,6 +198,7 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
 
     void finish(beast::error_code const& error) {
         ended = true;
+        linkTimer.cancel();
         std::string const reason = describe(error);
         if (!orphaned) {
             callbacks.onClosed(reason);
@@ -167,6 +208,9 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
     }
 
     std::string describe(beast::error_code const& error) const {
+        if (silent) {
+            return "nothing received within " + std::to_string(limits.idleTimeoutMs) + " ms";
+        }
         if (error == websocket::error::message_too_big) {
             logger << LogLevel::Warning << "Refused WebSocket message over " << limits.maxMessageBytes
                    << " bytes; closing the connection";
@@ -178,8 +222,7 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
             return "protocol violation: " + error.message();
         }
         if (error == beast::error::timeout) {
-            return closing ? "no answer to the close within " + std::to_string(limits.closeTimeoutMs) + " ms"
-                           : "nothing received within " + std::to_string(limits.idleTimeoutMs) + " ms";
+            return "no answer to the close within " + std::to_string(limits.closeTimeoutMs) + " ms";
         }
         // Our close ends the pending read as cancelled: the socket goes once the frames crossed.
         if (error == websocket::error::closed || (closing && error == net::error::operation_aborted)) {
@@ -201,6 +244,10 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
     std::deque<std::string> outbox;
     bool closing = false;
     bool ended = false;
+    net::steady_timer linkTimer{ioc};
+    bool heard = false;   // anything received since the last check, control frames included
+    bool pinged = false;  // the last check sent a ping
+    bool silent = false;  // ended by the dead-link check
 };
 
 WebSocketSession::WebSocketSession(RsiEndpoint endpoint, WebSocketLimits const& limits, Callbacks callbacks)
@@ -254,11 +301,11 @@ bool WebSocketSession::connect(std::vector<std::string> const& addresses, std::u
         lowest.close();
         return false;
     }
-    // From here on the WebSocket's own time-outs apply: the close handshake's, and the idle one
-    // with a ping half-way, which finds a silent link.
+    // From here on the WebSocket bounds its close handshake; a silent link is found by our own check.
     lowest.expires_never();
     impl.ws.set_option(websocket::stream_base::timeout{std::chrono::milliseconds(impl.limits.closeTimeoutMs),
-                                                       std::chrono::milliseconds(impl.limits.idleTimeoutMs), true});
+                                                       websocket::stream_base::none(), false});
+    impl.ws.control_callback([impl = &impl](websocket::frame_type, beast::string_view) { impl->heard = true; });
     impl.connected = true;
     return true;
 }
@@ -278,6 +325,7 @@ void WebSocketSession::start() {
         common::system::setCurrentThreadName("rsi-ws-reader");
         t_isReaderThread = true;
         impl->readNext();
+        impl->watchLink();
         impl->ioc.restart();
         impl->ioc.run();
     });
