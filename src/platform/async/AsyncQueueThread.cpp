@@ -187,8 +187,8 @@ void AsyncQueueThread::stop() {
             name = m_state->name;
         }
         qel::common::logging::Logger("platform.async")
-            << LogLevel::Warning << "Queue " << name << " released from its own thread; it ends unjoined";
-        thread.detach();
+            << LogLevel::Warning << "Queue " << name << " released from its own thread; it is joined later";
+        qel::common::system::retireThread(std::move(thread));
         return;
     }
     thread.join();

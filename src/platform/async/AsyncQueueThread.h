@@ -5,7 +5,7 @@
 // the functions not yet started, waits for the running one and joins; after it `push` refuses.
 // Owners stop the queue before releasing it. Dropping the queue's owner from inside a queued
 // function still works, with a warning: the thread then ends on its own after that function
-// returns instead of being joined.
+// returns and is joined later (see `retireThread`).
 //
 // Backlog: a function pushed with a kind (non-zero) carries a whole state. While the queue holds
 // its high-water mark or more, pushing one drops the newest pending function of the same kind

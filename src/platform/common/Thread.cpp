@@ -4,11 +4,59 @@
 
 #include <pthread.h>
 
+#include <mutex>
 #include <system_error>
+#include <vector>
 
 namespace qel::common::system {
 
 using logging::LogLevel;
+
+namespace {
+
+class RetiredThreads {
+public:
+    static RetiredThreads& instance() {
+        static RetiredThreads retired;
+        return retired;
+    }
+    ~RetiredThreads() { joinAll(); }
+
+    void adopt(std::thread thread) {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        m_threads.push_back(std::move(thread));
+    }
+    void joinAll() {
+        std::vector<std::thread> threads;
+        {
+            std::lock_guard<std::mutex> const lock(m_mutex);
+            threads.swap(m_threads);
+        }
+        for (auto& thread : threads) {
+            if (thread.get_id() == std::this_thread::get_id()) {
+                adopt(std::move(thread));  // a retired thread cannot join itself
+            } else {
+                thread.join();
+            }
+        }
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<std::thread> m_threads;  // guarded by m_mutex
+};
+
+}  // namespace
+
+void retireThread(std::thread thread) {
+    if (thread.joinable()) {
+        RetiredThreads::instance().adopt(std::move(thread));
+    }
+}
+
+void joinRetiredThreads() {
+    RetiredThreads::instance().joinAll();
+}
 
 void setCurrentThreadName(std::string const& name) {
     pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
@@ -30,7 +78,8 @@ Thread::~Thread() {
     if (m_thread.get_id() == std::this_thread::get_id()) {
         // Joining itself would throw; the owner broke the contract, so keep the process alive.
         logging::Logger("platform.thread") << LogLevel::Error << "Thread " << m_name << " destroyed from itself";
-        m_thread.detach();
+        requestStop();
+        retireThread(std::move(m_thread));
         return;
     }
     requestStop();

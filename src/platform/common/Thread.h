@@ -62,6 +62,13 @@ private:
     std::thread m_thread;  // touched only by the owner's thread
 };
 
+// A thread whose owner was released on that very thread cannot be joined by it. Handed over
+// here instead of being detached, it finishes on its own and is joined by the next
+// `joinRetiredThreads()` on another thread, or at exit.
+void retireThread(std::thread thread);
+// Joins the retired threads, except the calling one; returns when they have ended.
+void joinRetiredThreads();
+
 // Names the calling thread (at most 15 characters are kept).
 void setCurrentThreadName(std::string const& name);
 // The calling thread's name as the operating system knows it.

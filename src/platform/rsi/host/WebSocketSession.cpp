@@ -25,36 +25,6 @@ using common::logging::LogLevel;
 
 thread_local bool t_isReaderThread = false;
 
-// Reader threads whose session was destroyed on that very thread (the last owner of the client let
-// go during an event): they end on their own and are joined by the next session, or at exit.
-class RetiredReaders {
-public:
-    static RetiredReaders& instance() {
-        static RetiredReaders retired;
-        return retired;
-    }
-    ~RetiredReaders() { joinAll(); }
-
-    void adopt(std::thread reader) {
-        std::lock_guard<std::mutex> const lock(m_mutex);
-        m_threads.push_back(std::move(reader));
-    }
-    void joinAll() {
-        std::vector<std::thread> threads;
-        {
-            std::lock_guard<std::mutex> const lock(m_mutex);
-            threads.swap(m_threads);
-        }
-        for (auto& thread : threads) {
-            thread.join();
-        }
-    }
-
-private:
-    std::mutex m_mutex;
-    std::vector<std::thread> m_threads;  // guarded by m_mutex
-};
-
 // The backend's TCP stream: a type of our own, so that the WebSocket's teardown below is ours.
 class BackendStream : public beast::tcp_stream {
 public:
@@ -258,7 +228,7 @@ WebSocketSession::~WebSocketSession() {
     if (m_reader.joinable() && m_reader.get_id() == std::this_thread::get_id()) {
         // The reader thread keeps the Impl alive until the read has ended.
         m_impl->orphaned = true;
-        RetiredReaders::instance().adopt(std::move(m_reader));
+        common::system::retireThread(std::move(m_reader));
         return;
     }
     join();
@@ -266,7 +236,7 @@ WebSocketSession::~WebSocketSession() {
 
 bool WebSocketSession::connect(std::vector<std::string> const& addresses, std::uint32_t timeoutMs,
                                std::string& error) {
-    RetiredReaders::instance().joinAll();
+    common::system::joinRetiredThreads();
     auto& impl = *m_impl;
     std::chrono::milliseconds const timeout(timeoutMs);
     std::vector<tcp::endpoint> endpoints;
