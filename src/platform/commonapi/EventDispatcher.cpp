@@ -1,51 +1,70 @@
 #include "commonapi/EventDispatcher.h"
 
+#include "common/Thread.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
 #include <utility>
 
 namespace CommonAPI {
 
-EventDispatcher::EventDispatcher(std::string const& name) : Thread(name) {
-    start();
+struct EventDispatcher::Queue {
+    std::mutex mutex;
+    std::condition_variable wakeUp;
+    std::deque<std::function<void()>> jobs;  // guarded by mutex
+    bool stopping = false;                   // guarded by mutex
+
+    void run() {
+        for (;;) {
+            std::function<void()> job;
+            {
+                std::unique_lock<std::mutex> lock(mutex);
+                wakeUp.wait(lock, [this] { return stopping || !jobs.empty(); });
+                if (jobs.empty()) {
+                    return;  // stopping, and everything posted before has run
+                }
+                job = std::move(jobs.front());
+                jobs.pop_front();
+            }
+            job();
+        }
+    }
+};
+
+EventDispatcher::EventDispatcher(std::string name) : m_queue(std::make_shared<Queue>()) {
+    m_thread = std::thread([queue = m_queue, name = std::move(name)] {
+        qel::common::system::setCurrentThreadName(name);
+        queue->run();
+    });
 }
 
 EventDispatcher::~EventDispatcher() {
     stop();
-    join();
+    if (m_thread.get_id() == std::this_thread::get_id()) {
+        qel::common::system::retireThread(std::move(m_thread));
+    } else if (m_thread.joinable()) {
+        m_thread.join();
+    }
 }
 
 void EventDispatcher::post(std::function<void()> job) {
     {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        if (m_stopping) {
+        std::lock_guard<std::mutex> guard(m_queue->mutex);
+        if (m_queue->stopping) {
             return;
         }
-        m_jobs.push_back(std::move(job));
+        m_queue->jobs.push_back(std::move(job));
     }
-    m_wakeUp.notify_one();
+    m_queue->wakeUp.notify_one();
 }
 
 void EventDispatcher::stop() {
     {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        m_stopping = true;
+        std::lock_guard<std::mutex> guard(m_queue->mutex);
+        m_queue->stopping = true;
     }
-    m_wakeUp.notify_one();
-}
-
-void EventDispatcher::run() {
-    for (;;) {
-        std::function<void()> job;
-        {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            m_wakeUp.wait(lock, [this] { return m_stopping || !m_jobs.empty(); });
-            if (m_jobs.empty()) {
-                return;  // stopping, and everything posted before has run
-            }
-            job = std::move(m_jobs.front());
-            m_jobs.pop_front();
-        }
-        job();
-    }
+    m_queue->wakeUp.notify_one();
 }
 
 }  // namespace CommonAPI

@@ -1,33 +1,33 @@
 // A binding's own named thread: runs posted jobs one after another, in the order posted.
 //
 // Contract: `post` never blocks on a job; jobs posted after `stop` are dropped. The destructor
-// stops and joins the thread (it must not run on the thread itself). Jobs run without any lock.
+// stops the thread, which first runs what was posted before, and joins it. Released on the
+// thread itself (a job held the last reference), it cannot join: the thread then ends after that
+// job and is joined later (see `retireThread`). Jobs run without any lock.
 #pragma once
 
-#include "common/Thread.h"
-
-#include <condition_variable>
-#include <deque>
 #include <functional>
-#include <mutex>
+#include <memory>
 #include <string>
+#include <thread>
 
 namespace CommonAPI {
 
-class EventDispatcher final : public qel::common::system::Thread {
+class EventDispatcher final {
 public:
-    explicit EventDispatcher(std::string const& name);
-    ~EventDispatcher() override;
+    explicit EventDispatcher(std::string name);
+    ~EventDispatcher();
+    EventDispatcher(EventDispatcher const&) = delete;
+    EventDispatcher& operator=(EventDispatcher const&) = delete;
 
     void post(std::function<void()> job);
     void stop();
-    void run() override;
 
 private:
-    std::mutex m_mutex;
-    std::condition_variable m_wakeUp;
-    std::deque<std::function<void()>> m_jobs;  // guarded by m_mutex
-    bool m_stopping = false;                    // guarded by m_mutex
+    struct Queue;
+
+    std::shared_ptr<Queue> m_queue;  // shared with the thread, so that it outlives a release there
+    std::thread m_thread;
 };
 
 }  // namespace CommonAPI
