@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -96,30 +96,22 @@ protected:
     qel::test::LogCapture m_log;
 };
 
-TEST_F(FactoryAssemblyTest, NoServiceIdGivesNullYetPrintsTheConfiguration) {
-    auto config = validConfig();
-    config.serviceIds.clear();
-    EXPECT_EQ(OnlineServiceClientFactory::createOnlineServiceClient(config), nullptr);
-    EXPECT_TRUE(m_log.contains(LogLevel::Error,
-                               "Could not create OnlineServiceClient, no serviceIds given in OnlineServiceClientConfig"));
-    ASSERT_GE(printout().size(), 2u);
-    EXPECT_EQ(printout()[1], "|  ServiceIds: <none>");
-    EXPECT_FALSE(m_log.contains(LogLevel::Info, "Successfully created OnlineServiceClient"));
-}
-
-TEST_F(FactoryAssemblyTest, NullJobOrOperationEntryGivesNullWithItsReason) {
-    auto withNullJob = validConfig();
-    withNullJob.jobEntries.push_back(nullptr);
-    EXPECT_EQ(OnlineServiceClientFactory::createOnlineServiceClient(withNullJob), nullptr);
-    EXPECT_TRUE(m_log.contains(LogLevel::Error, "OnlineServiceClient creation failed: job entry object invalid!"));
-
-    auto withNullOperation = validConfig();
-    withNullOperation.operationEntries.insert(withNullOperation.operationEntries.begin(), nullptr);
-    EXPECT_EQ(OnlineServiceClientFactory::createOnlineServiceClient(withNullOperation), nullptr);
-    EXPECT_TRUE(
-        m_log.contains(LogLevel::Error, "OnlineServiceClient creation failed: operation entry object invalid!"));
-    EXPECT_FALSE(m_log.contains(LogLevel::Info, "Successfully created OnlineServiceClient"));
-    EXPECT_FALSE(printout().empty());
+TEST_F(FactoryAssemblyTest, RefusedConfigurationsGiveNullWithTheirReasonYetPrintTheConfiguration) {
+    auto noServiceId = validConfig(), nullJob = validConfig(), nullOperation = validConfig();
+    noServiceId.serviceIds.clear();
+    nullJob.jobEntries.push_back(nullptr);
+    nullOperation.operationEntries.insert(nullOperation.operationEntries.begin(), nullptr);
+    for (auto const& [config, reason] : std::vector<std::pair<OnlineServiceClientConfig, std::string>>{
+             {noServiceId, "Could not create OnlineServiceClient, no serviceIds given in OnlineServiceClientConfig"},
+             {nullJob, "OnlineServiceClient creation failed: job entry object invalid!"},
+             {nullOperation, "OnlineServiceClient creation failed: operation entry object invalid!"}}) {
+        m_log.clear();
+        EXPECT_EQ(OnlineServiceClientFactory::createOnlineServiceClient(config), nullptr) << reason;
+        EXPECT_TRUE(m_log.contains(LogLevel::Error, reason));
+        EXPECT_FALSE(m_log.contains(LogLevel::Info, "Successfully created OnlineServiceClient"));
+        ASSERT_GE(printout().size(), 2u);
+        EXPECT_EQ(printout()[1], config.serviceIds.empty() ? "|  ServiceIds: <none>" : "|  ServiceIds: nav");
+    }
 }
 
 TEST_F(FactoryAssemblyTest, SuccessNamesTheLoggersAfterTheFirstServiceAndPrintsEveryLine) {

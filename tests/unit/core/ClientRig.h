@@ -10,11 +10,9 @@
 #include "subscriptions/SubscriptionManager.h"
 #include "support/RunStateRecorder.h"
 
-#include <algorithm>
 #include <array>
-#include <condition_variable>
+#include <functional>
 #include <mutex>
-#include <optional>
 #include <ostream>
 
 namespace qel::onlineservices::framework::core {

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <mutex>
 #include <stdexcept>
 #include <thread>
 
@@ -66,30 +65,6 @@ TEST(Notifier, ListenersHearInRegistrationOrderAndExpiredOnesAreDroppedWithTheLi
     ack = BackendJobAcknowledgeCode::SUCCESS;
     EXPECT_FALSE(notifier.notifyBackendJob(nullptr, ack));
     EXPECT_EQ(ack, BackendJobAcknowledgeCode::SUCCESS);
-}
-
-// A listener that waits for another thread's notification must not block that thread: the
-// client's state machine does exactly this across the condition manager's listener lock.
-TEST(Notifier, ListenerWaitingForAnotherThreadsNotificationDoesNotDeadlock) {
-    Notifier notifier(std::make_shared<FrameworkConfig>());
-    auto runStates = std::make_shared<Recorder>();
-    notifier.addListener(std::weak_ptr<IRunStateListener>(runStates));
-
-    struct Waiter : IServiceDataListener {
-        Notifier* notifier = nullptr;
-        bool otherFinished = false;
-        void onBaseURLChanged(std::string const&, std::string const&) override {
-            auto other = std::async(std::launch::async, [this] { notifier->notifyRunState(RunState::CREATED); });
-            otherFinished = other.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
-        }
-    };
-    auto waiter = std::make_shared<Waiter>();
-    waiter->notifier = &notifier;
-    notifier.addListener(std::weak_ptr<IServiceDataListener>(waiter));
-
-    notifier.notifyBaseURL("nav", "https://example.invalid");
-    EXPECT_TRUE(waiter->otherFinished);
-    EXPECT_EQ(runStates->calls, Lines{"1"});
 }
 
 // Two threads notify at once, of different lists; the listener notes whenever it is entered

@@ -56,20 +56,12 @@ TEST(Value, TakeHandsOverTheMemberItselfAndLeavesTheRest) {
     EXPECT_EQ(json::stringify(taken.get()), R"({"inner":[[1],[2]]})");
 }
 
-TEST(Value, BuildersStoreReplaceAndIgnoreNull) {
+// Replacing a member and the returned nodes are seen in CopyIsDeepAndOutlivesTheOriginal.
+TEST(Value, BuildersIgnoreNull) {
     Object object;
     EXPECT_EQ(object.setNew("a", nullptr), nullptr);
     EXPECT_TRUE(object.members().empty());
-    Value* first = object.setNew("a", std::make_unique<Integer>(1));
-    EXPECT_EQ(object.get("a"), first);
-    Value* second = object.setNew("a", std::make_unique<String>("two"));
-    EXPECT_EQ(object.get("a"), second);
-    EXPECT_EQ(object.members().size(), 1u);
-    EXPECT_EQ(object.get("missing"), nullptr);
-
     Array array;
     EXPECT_EQ(array.pushNew(nullptr), nullptr);
-    Value* element = array.pushNew(std::make_unique<Null>());
-    ASSERT_EQ(array.elements().size(), 1u);
-    EXPECT_EQ(array.elements()[0].get(), element);
+    EXPECT_TRUE(array.elements().empty());
 }

@@ -14,9 +14,6 @@ TEST(CommonApiConnector, DescribesItsAddressWithPlaceholdersForEmptyParts) {
     connector.setDomain("local");
     connector.setConnection("x");
     EXPECT_EQ(connector.proxyDescription(), "( domain: local | instance: <empty> | connection: x )");
-    EXPECT_EQ(connector.getRetryInterval_ms(), 500u);
-    connector.setRetryInterval_ms(250);
-    EXPECT_EQ(connector.getRetryInterval_ms(), 250u);
 }
 
 TEST(CommonApiConnector, TakesTheRuntimeOnce) {
