@@ -71,7 +71,7 @@ TEST(ClientNetworking, StopUnsubscribesBothEventsAndStopsTheRetrying) {
     LogCapture log;
     rig.client->startup();
     ASSERT_TRUE(eventually([&] { return log.contains(LogLevel::Info, "networking proxy available"); }));
-    auto const answers = std::make_shared<AnswerRecorder>();
+    auto const answers = std::make_shared<RecordingCallback>();
     rig.subscriptions->connectNetworking(answers);
     ASSERT_TRUE(service.waitForCalls(1));
     ASSERT_TRUE(eventually([&] { return rig.subscriptions->isNetworkingRetryWaiting(); }));
@@ -85,7 +85,7 @@ TEST(ClientNetworking, StopUnsubscribesBothEventsAndStopsTheRetrying) {
     ASSERT_TRUE(flushBindingEvents());
     EXPECT_EQ(log.countPrefix(LogLevel::Info, "NETW Event"), 0u);
     EXPECT_EQ(log.count(LogLevel::Info, "networking proxy available"), 1u);
-    EXPECT_TRUE(answers->get().empty());
+    EXPECT_TRUE(answers->values.all().empty());
 }
 
 TEST(ClientNetworking, AProxyThatCannotBeBuiltIsLoggedAndStartupGoesOn) {
