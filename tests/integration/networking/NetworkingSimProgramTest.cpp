@@ -18,10 +18,7 @@
 
 #include <csignal>
 #include <cstdio>
-#include <spawn.h>
 #include <sys/wait.h>
-
-extern char** environ;
 
 namespace {
 
@@ -31,44 +28,26 @@ using namespace qel::onlineservices::framework::core;
 using qel::common::logging::LogLevel;
 namespace http = boost::beast::http;
 
-// The program as a child process; stopped with SIGTERM at the end.
+// The program as a child process; stopped with SIGTERM at the end. The shell prints the pid the
+// program takes over by exec, then the program prints its control port.
 class SimProgram {
 public:
-    SimProgram() {
-        int fds[2];
-        if (::pipe(fds) != 0) {
-            return;
-        }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
-        posix_spawn_file_actions_addclose(&actions, fds[0]);
-        char const* const argv[] = {QEL_NETWORKING_SIM_PATH, "--control-port", "0", nullptr};
-        if (posix_spawn(&m_pid, QEL_NETWORKING_SIM_PATH, &actions, nullptr, const_cast<char* const*>(argv), environ) !=
-            0) {
-            m_pid = -1;
-        }
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(fds[1]);
-        m_output = ::fdopen(fds[0], "r");
-        char line[128] = {};
-        if (m_pid > 0 && m_output != nullptr && std::fgets(line, sizeof(line), m_output) != nullptr) {
-            std::sscanf(line, "control port: %hu", &m_port);
+    SimProgram() : m_output(::popen("echo $$; exec '" QEL_NETWORKING_SIM_PATH "' --control-port 0", "r")) {
+        if (m_output != nullptr && std::fscanf(m_output, "%d control port: %hu", &m_pid, &m_port) != 2) {
+            m_port = 0;
         }
     }
     ~SimProgram() { stop(); }
     // The program's exit status after SIGTERM.
     int stop() {
-        int status = -1;
+        if (m_output == nullptr) {
+            return -1;
+        }
         if (m_pid > 0) {
             ::kill(m_pid, SIGTERM);
-            ::waitpid(m_pid, &status, 0);
-            m_pid = -1;
         }
-        if (m_output != nullptr) {
-            std::fclose(m_output);
-            m_output = nullptr;
-        }
+        int const status = ::pclose(m_output);
+        m_output = nullptr;
         return status;
     }
     std::uint16_t port() const { return m_port; }
@@ -94,8 +73,8 @@ public:
     }
 
 private:
+    FILE* m_output;
     pid_t m_pid = -1;
-    FILE* m_output = nullptr;
     std::uint16_t m_port = 0;
 };
 
