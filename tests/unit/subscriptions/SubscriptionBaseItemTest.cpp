@@ -1,6 +1,7 @@
 #include "SubscriptionTestRig.h"
 
 #include "dataformats/Json.h"
+#include "subscriptions/PrivacyItem.h"
 #include "support/ManualClock.h"
 
 #include <atomic>
@@ -155,6 +156,32 @@ TEST_F(SubscriptionBaseItemTest, ItemsDestroyedWhileEventsArriveGoQuietly) {
         pusher.join();
     }
     EXPECT_TRUE(rsi->waitForUnsubscribeCalls(40));
+}
+
+// The privacy item confirms its element without a request of its own: the unsubscribe collector
+// hears no confirmation from events still coming.
+TEST_F(SubscriptionBaseItemTest, UnsubscribeCollectorHearsNoConfirmationWhileEventsKeepComing) {
+    auto const privacy = makeItem<core::PrivacyItem>("nav");
+    for (int round = 0; round < 30; ++round) {
+        Recorder<bool> confirmed;
+        privacy->subscribe(core::RSISubscriptionCallback{[&](bool value) { confirmed.add(value); }});
+        drain();
+        std::uint32_t const id = rsi->lastSubscriptionId(resource);
+        std::atomic<bool> stop{false};
+        std::thread pusher([&] {
+            while (!stop.load() && rsi->pushData(id, R"([{"id":"g-1","name":"nav"}])")) {
+            }
+        });
+        ASSERT_TRUE(confirmed.waitFor(1));
+        Recorder<bool> released;
+        privacy->unsubscribe(core::RSISubscriptionCallback{[&](bool value) { released.add(value); }});
+        ASSERT_TRUE(privacy->waitForQueue(5000));  // events queued before the unsubscribe have run
+        stop.store(true);
+        pusher.join();
+        ASSERT_TRUE(privacy->waitForQueue(5000));
+        EXPECT_EQ(released.all(), (std::vector<bool>{false, false, false})) << "round " << round;
+        EXPECT_EQ(confirmed.all(), std::vector<bool>{true}) << "round " << round;
+    }
 }
 
 }  // namespace
