@@ -151,6 +151,9 @@ TEST_F(ClientEndToEndTest, UseCasesAreHeardInOrderWithTheirBannersAndNetworkingF
     EXPECT_TRUE(std::any_of(calls.begin() + static_cast<std::ptrdiff_t>(callsBefore), calls.end(), [](auto const& call) {
         return call.method == "dropInternetAccess" && call.serviceId == "nav";
     }));
+    networking.setOcuAvailable(false);
+    networking.setOcuAvailable(true);  // a paused client goes back to pausing
+    EXPECT_EQ(states->take(RS::PAUSED), (States{RS::DISCONNECTED, RS::CREATED, RS::STARTED, RS::PAUSED}));
     client->unpauseConnection();
     EXPECT_EQ(states->take(RS::RESUMED), States{RS::RESUMED});
 
@@ -163,6 +166,8 @@ TEST_F(ClientEndToEndTest, UseCasesAreHeardInOrderWithTheirBannersAndNetworkingF
     EXPECT_EQ(states->take(RS::DISCONNECTED), States{RS::DISCONNECTED});
     networking.setOcuAvailable(true);
     EXPECT_EQ(states->take(RS::RESUMED), (States{RS::CREATED, RS::STARTED, RS::RESUMED}));
+    EXPECT_EQ(log.count(LogLevel::Info, "NETW Event: ocu is not available"), 2u);
+    EXPECT_EQ(log.count(LogLevel::Info, "NETW Event: ocu is available"), 2u);
 
     client->stop();
     EXPECT_EQ(states->take(RS::DESTROYED), States{RS::DESTROYED});

@@ -11,7 +11,6 @@ using namespace qel::test;
 using qel::common::logging::LogLevel;
 using qel::sim::networking::NetworkingSimulator;
 using Mode = ScriptedBackend::Mode;
-using States = std::vector<RunState>;
 
 // The client's proxy address: domain "kalm", instance "qel.networking.api".
 struct NetworkingService : NetworkingSimulator {
@@ -36,30 +35,6 @@ TEST(ClientNetworking, StartupBuildsTheProxyOnceSubscribesAndHandsItOnWhenAvaila
     service.setOcuAvailable(false);
     ASSERT_TRUE(eventually([&] { return log.count(LogLevel::Info, "NETW Event: ocu is not available") == 2; }));
     EXPECT_TRUE(flushBindingEvents());  // the walk to DISCONNECTED ends before the rig goes
-}
-
-TEST(ClientNetworking, OcuLossDisconnectsAndItsReturnWalksBackToTheGoal) {
-    NetworkingService service;
-    ClientRig rig(Mode::AT_ONCE);
-    LogCapture log;
-    rig.client->startup();
-    ASSERT_TRUE(rig.answerUntil(RunState::RESUMED));
-    rig.recorder->take();
-
-    service.setOcuAvailable(false);
-    EXPECT_EQ(rig.recorder->take(RunState::DISCONNECTED), States{RunState::DISCONNECTED});
-    EXPECT_EQ(log.count(LogLevel::Info, "NETW Event: ocu is not available"), 1u);
-    service.setOcuAvailable(true);
-    EXPECT_EQ(rig.recorder->take(RunState::RESUMED), (States{RunState::CREATED, RunState::STARTED, RunState::RESUMED}));
-    EXPECT_EQ(log.count(LogLevel::Info, "NETW Event: ocu is available"), 1u);
-
-    rig.client->pauseConnection();
-    EXPECT_EQ(rig.recorder->take(RunState::PAUSED), States{RunState::PAUSED});
-    service.setOcuAvailable(false);
-    service.setOcuAvailable(true);  // a paused client goes back to pausing
-    EXPECT_EQ(rig.recorder->take(RunState::PAUSED),
-              (States{RunState::DISCONNECTED, RunState::CREATED, RunState::STARTED, RunState::PAUSED}));
-    EXPECT_TRUE(flushBindingEvents());
 }
 
 TEST(ClientNetworking, StopUnsubscribesBothEventsAndStopsTheRetrying) {
