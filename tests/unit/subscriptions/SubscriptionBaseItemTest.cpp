@@ -50,7 +50,7 @@ protected:
     }
 };
 
-TEST_F(SubscriptionBaseItemTest, ResourceEventSelectsTheElementAndEachElementConfirmationIsReported) {
+TEST_F(SubscriptionBaseItemTest, ResourceEventSelectsTheElementEachConfirmationIsReportedAndUnsubscribeEndsBoth) {
     subscribe(*item);
     ASSERT_EQ(rsi->subscriptions().size(), 1u);
     EXPECT_EQ(rsi->subscriptions()[0].request.queryParameters,
@@ -76,6 +76,15 @@ TEST_F(SubscriptionBaseItemTest, ResourceEventSelectsTheElementAndEachElementCon
     EXPECT_EQ(item->seen.size(), 2u);
     EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, true}));
     EXPECT_EQ(rsi->subscriptions().size(), 2u);
+
+    // Unsubscribing ends both subscriptions, the element's first, and answers false.
+    std::uint32_t const resourceId = rsi->lastSubscriptionId(resource);
+    std::uint32_t const elementId = rsi->lastSubscriptionId(element);
+    Recorder<bool> released;
+    item->unsubscribe(core::RSISubscriptionCallback{[&](bool v) { released.add(v); }});
+    drain();
+    EXPECT_EQ(rsi->unsubscribed(), (std::vector<std::uint32_t>{elementId, resourceId}));
+    EXPECT_EQ(released.all(), (std::vector<bool>{false, false, false}));  // element, resource, the final answer
 }
 
 TEST_F(SubscriptionBaseItemTest, FailureReportsFalseOnlyForFlagsThatWereSet) {
@@ -92,20 +101,6 @@ TEST_F(SubscriptionBaseItemTest, FailureReportsFalseOnlyForFlagsThatWereSet) {
     answer(1, false);  // both flags fall: one false each
     EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, false, false}));
     EXPECT_FALSE(item->isElementSubscribed());
-}
-
-TEST_F(SubscriptionBaseItemTest, UnsubscribeEndsBothSubscriptionsAndAnswersFalse) {
-    subscribe(*item);
-    push(*item, resource, R"([{"id":"e1"}])");
-    drain();
-    std::uint32_t const resourceId = rsi->lastSubscriptionId(resource);
-    std::uint32_t const elementId = rsi->lastSubscriptionId(element);
-    Recorder<bool> released;
-    item->unsubscribe(core::RSISubscriptionCallback{[&](bool v) { released.add(v); }});
-    drain();
-    EXPECT_EQ(rsi->unsubscribed(), (std::vector<std::uint32_t>{elementId, resourceId}));
-    EXPECT_EQ(released.all(), (std::vector<bool>{false, false, false}));  // element, resource, the final answer
-
 }
 
 TEST_F(SubscriptionBaseItemTest, EventDataReachesTheQueueUncopiedAndOutlivesTheResponse) {
