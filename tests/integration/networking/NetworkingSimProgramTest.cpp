@@ -1,12 +1,6 @@
-// The qel-networking-sim program on a private bus, driven through its HTTP control endpoint,
-// against the framework's networking connection.
-#include "support/LogCapture.h"
+// The qel-networking-sim program on a private bus, driven through its HTTP control endpoint.
 #include "support/PrivateDBus.h"
 #include "unit/networking/NetworkingRig.h"
-
-#include "core/Notifier.h"
-#include "rsi/RSIClientWrapper.h"
-#include "subscriptions/SubscriptionManager.h"
 
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
@@ -23,9 +17,6 @@
 namespace {
 
 using namespace qel::test;
-using namespace qel::onlineservices::framework;
-using namespace qel::onlineservices::framework::core;
-using qel::common::logging::LogLevel;
 namespace http = boost::beast::http;
 
 // The program as a child process; stopped with SIGTERM at the end. The shell prints the pid the
@@ -91,20 +82,18 @@ TEST(NetworkingSimProgram, ServesTheInterfaceAndObeysItsControlEndpoint) {
     std::atomic<int> ocuLost{0};
     proxy->getOcuConnStateChangeEvent().subscribe([&ocuLost](bool const& available) { ocuLost += available ? 0 : 1; });
 
-    auto const config = std::make_shared<FrameworkConfig>();
-    auto const manager = std::make_shared<SubscriptionManager>(config, std::make_shared<Notifier>(config),
-                                                               std::make_shared<RSIClientWrapper>(config));
-    manager->addService("demoservice", nullptr);
-    manager->setNetworkingProxy(proxy);
-    LogCapture log;
+    CommonAPI::CallStatus status = CommonAPI::CallStatus::UNKNOWN;
+    ClientData_s ipv4;
+    ClientData_s ipv6;
+    ResultCodes_e result = ResultCodes_e::SUCCESS;
     EXPECT_EQ(program.control(http::verb::post, "/_control/refuse", R"({"service":"demoservice","code":3,"count":1})"),
               R"(200 {"status":"ok"})");
-    EXPECT_FALSE(manager->tryConnectNetworking(1));
-    EXPECT_EQ(log.count(LogLevel::Warning,
-                        "Networking API: request for internet for service demoservice not successful, ResultCode 3"),
-              1u);
-    EXPECT_TRUE(manager->tryConnectNetworking(2));
-    EXPECT_EQ(log.count(LogLevel::Info, "(ipv4: 192.168.100.2 | prefix: 24 | name: ocu0)"), 1u);
+    proxy->getInternetAccess("demoservice", status, ipv4, ipv6, result);
+    EXPECT_EQ(result, ResultCodes_e::UNKNOWN_SERVICE);
+    proxy->getInternetAccess("demoservice", status, ipv4, ipv6, result);
+    EXPECT_EQ(status, CommonAPI::CallStatus::SUCCESS);
+    EXPECT_EQ(result, ResultCodes_e::SUCCESS);
+    EXPECT_EQ(ipv4, ClientData_s("192.168.100.2", 24, "ocu0"));
 
     EXPECT_EQ(program.control(http::verb::post, "/_control/ocu", R"({"available":false})"), R"(200 {"status":"ok"})");
     ASSERT_TRUE(eventually([&] { return ocuLost.load() == 1; }));
@@ -119,8 +108,8 @@ TEST(NetworkingSimProgram, ServesTheInterfaceAndObeysItsControlEndpoint) {
               R"(200 {"calls":[{"method":"getInternetAccess","outcome":"refused 3","service":"demoservice"},)"
               R"({"method":"getInternetAccess","outcome":"granted 192.168.100.2 fd00::2","service":"demoservice"}],)"
               R"("ocuAvailable":false,"onBus":true})");
-    int const status = program.stop();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    int const exitStatus = program.stop();
+    EXPECT_TRUE(WIFEXITED(exitStatus) && WEXITSTATUS(exitStatus) == 0);
 }
 
 }  // namespace
