@@ -6,6 +6,7 @@
 #include "rsi/SharedRsiClient.h"
 #include "rsi/host/HostRsiClient.h"
 #include "support/LogCapture.h"
+#include "support/RsiRecorders.h"
 #include "support/RunStateRecorder.h"
 
 #include <onlineservices/framework/OnlineServiceClientFactory.h>
@@ -14,7 +15,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -38,65 +38,33 @@ constexpr char const* BACKEND = R"({
           {"id": "kvs-size", "name": "nav.size", "owner": "nav", "value": "3"}]
 })";
 
-// Counts tokens and KVS values; lets the test wait for a number of them.
+// Counts tokens and KVS values.
 struct EventCounter : IServiceDataListener, IKVSListener {
-    void onTokenChanged(std::string const&, std::string const&) override { count(); }
-    void onKVSItemChanged(std::string const&, std::string const&) override { count(); }
-    void count() {
-        std::lock_guard<std::mutex> guard(mutex);
-        ++events;
-        changed.notify_all();
-    }
-    bool waitFor(int wanted, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, limit, [&] { return events >= wanted; });
-    }
-    std::mutex mutex;
-    std::condition_variable changed;
-    int events = 0;  // guarded by mutex
+    void onTokenChanged(std::string const&, std::string const&) override { events.add(1); }
+    void onKVSItemChanged(std::string const&, std::string const&) override { events.add(1); }
+    Recorder<int> events;
 };
 
-// Voluntary context switches (each one a wait that blocked) of this process's threads, by thread id.
-struct ThreadSwitches {
-    std::string name;
-    long count = 0;
-};
-std::map<std::string, ThreadSwitches> threadSwitches() {
-    std::map<std::string, ThreadSwitches> threads;
+// Voluntary context switches (each one a wait that blocked) of this process's threads: id -> (name, count).
+using Switches = std::map<std::string, std::pair<std::string, long>>;
+Switches threadSwitches() {
+    Switches threads;
     for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        ThreadSwitches entry;
-        std::ifstream(task.path() / "comm") >> entry.name;
+        auto& [name, count] = threads[task.path().filename().string()];
+        std::ifstream(task.path() / "comm") >> name;
         std::ifstream status(task.path() / "status");
         for (std::string line; std::getline(status, line);) {
             if (line.rfind("voluntary_ctxt_switches:", 0) == 0) {
-                entry.count = std::stol(line.substr(line.find(':') + 1));
+                count = std::stol(line.substr(line.find(':') + 1));
             }
         }
-        threads[task.path().filename().string()] = entry;
     }
     return threads;
 }
 
 bool isItemQueue(std::string const& threadName) {
-    for (auto const* tag : {"svc:", "tok:", "prv:", "kvs:", "job:"}) {
-        if (threadName.rfind(tag, 0) == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
-// Switches per thread between two snapshots (threads in both only).
-std::map<std::string, ThreadSwitches> switchesBetween(std::map<std::string, ThreadSwitches> const& before,
-                                                      std::map<std::string, ThreadSwitches> const& after) {
-    std::map<std::string, ThreadSwitches> delta;
-    for (auto const& [id, entry] : after) {
-        auto const earlier = before.find(id);
-        if (earlier != before.end()) {
-            delta[id] = ThreadSwitches{entry.name, entry.count - earlier->second.count};
-        }
-    }
-    return delta;
+    auto const tags = {"svc:", "tok:", "prv:", "kvs:", "job:"};
+    return std::any_of(tags.begin(), tags.end(), [&](char const* tag) { return threadName.rfind(tag, 0) == 0; });
 }
 
 struct Posts {
@@ -147,10 +115,12 @@ protected:
         return client;
     }
 
-    Posts postsTo(std::string const& resource) const {
+    // POSTs below `resource` whose body holds `bodyPart`.
+    Posts postsTo(std::string const& resource, std::string const& bodyPart = "") const {
         Posts posts;
         for (auto const& message : simulator.received()) {
-            if (message.channel == "http" && message.method == "POST" && message.target.rfind(resource, 0) == 0) {
+            if (message.channel == "http" && message.method == "POST" && message.target.rfind(resource, 0) == 0 &&
+                message.body.find(bodyPart) != std::string::npos) {
                 ++(message.target.size() > resource.size() + 1 ? posts.updates : posts.creates);
             }
         }
@@ -164,42 +134,14 @@ protected:
     std::string m_dir;
 };
 
-TEST_F(ClientEndToEndTest, UseCasesAreHeardInOrderWithTheirBanners) {
+TEST_F(ClientEndToEndTest, UseCasesAreHeardInOrderWithTheirBannersAndNetworkingFollowsThem) {
     auto client = build(describe());
     ASSERT_NE(client, nullptr);
     client->startup();
     EXPECT_EQ(states->take(RS::RESUMED), (States{RS::CREATED, RS::STARTED, RS::RESUMED}));
     EXPECT_EQ(log.count(LogLevel::Info, "------ RUNNING ------"), 1u);
-
-    client->pauseConnection();
-    EXPECT_EQ(states->take(RS::PAUSED), States{RS::PAUSED});
-    client->unpauseConnection();
-    EXPECT_EQ(states->take(RS::RESUMED), States{RS::RESUMED});
-
-    ASSERT_TRUE(simulator.setDisableReasons("nav", {"license"}));
-    EXPECT_EQ(states->take(RS::STOPPED), (States{RS::PAUSED, RS::STOPPED}));
-    ASSERT_TRUE(simulator.setDisableReasons("nav", {}));
-    EXPECT_EQ(states->take(RS::RESUMED), (States{RS::STARTED, RS::RESUMED}));
-
-    client->stop();
-    EXPECT_EQ(states->take(RS::DESTROYED), States{RS::DESTROYED});
-    EXPECT_EQ(log.count(LogLevel::Info, "------ NOT RUNNING ------"), 1u);
-    client->stop();
-    EXPECT_EQ(log.count(LogLevel::Info, "------ NOT RUNNING ------"), 1u);
-}
-
-TEST_F(ClientEndToEndTest, DisconnectFollowsTheOcuStateAndNetworkingIsDroppedOnStop) {
-    auto client = build(describe());
-    client->startup();
-    ASSERT_EQ(states->take(RS::RESUMED), (States{RS::CREATED, RS::STARTED, RS::RESUMED}));
     ASSERT_TRUE(networking.waitForCalls(1));
-    EXPECT_EQ(networking.calls().front().method, "getInternetAccess");
-    EXPECT_EQ(networking.calls().front().serviceId, "nav");
-
-    networking.setOcuAvailable(false);
-    EXPECT_EQ(states->take(RS::DISCONNECTED), States{RS::DISCONNECTED});
-    networking.setOcuAvailable(true);
-    EXPECT_EQ(states->take(RS::RESUMED), (States{RS::CREATED, RS::STARTED, RS::RESUMED}));
+    EXPECT_EQ(networking.calls().front().method + " " + networking.calls().front().serviceId, "getInternetAccess nav");
 
     std::size_t const callsBefore = networking.calls().size();
     client->pauseConnection();  // gives the access up, without waiting for the service
@@ -209,8 +151,29 @@ TEST_F(ClientEndToEndTest, DisconnectFollowsTheOcuStateAndNetworkingIsDroppedOnS
     EXPECT_TRUE(std::any_of(calls.begin() + static_cast<std::ptrdiff_t>(callsBefore), calls.end(), [](auto const& call) {
         return call.method == "dropInternetAccess" && call.serviceId == "nav";
     }));
+    networking.setOcuAvailable(false);
+    networking.setOcuAvailable(true);  // a paused client goes back to pausing
+    EXPECT_EQ(states->take(RS::PAUSED), (States{RS::DISCONNECTED, RS::CREATED, RS::STARTED, RS::PAUSED}));
+    client->unpauseConnection();
+    EXPECT_EQ(states->take(RS::RESUMED), States{RS::RESUMED});
+
+    ASSERT_TRUE(simulator.setDisableReasons("nav", {"license"}));
+    EXPECT_EQ(states->take(RS::STOPPED), (States{RS::PAUSED, RS::STOPPED}));
+    ASSERT_TRUE(simulator.setDisableReasons("nav", {}));
+    EXPECT_EQ(states->take(RS::RESUMED), (States{RS::STARTED, RS::RESUMED}));
+
+    networking.setOcuAvailable(false);
+    EXPECT_EQ(states->take(RS::DISCONNECTED), States{RS::DISCONNECTED});
+    networking.setOcuAvailable(true);
+    EXPECT_EQ(states->take(RS::RESUMED), (States{RS::CREATED, RS::STARTED, RS::RESUMED}));
+    EXPECT_EQ(log.count(LogLevel::Info, "NETW Event: ocu is not available"), 2u);
+    EXPECT_EQ(log.count(LogLevel::Info, "NETW Event: ocu is available"), 2u);
+
     client->stop();
     EXPECT_EQ(states->take(RS::DESTROYED), States{RS::DESTROYED});
+    EXPECT_EQ(log.count(LogLevel::Info, "------ NOT RUNNING ------"), 1u);
+    client->stop();
+    EXPECT_EQ(log.count(LogLevel::Info, "------ NOT RUNNING ------"), 1u);
 }
 
 TEST_F(ClientEndToEndTest, EntriesAreWrittenOnceAndASecondClientOnlyReadsThem) {
@@ -239,15 +202,10 @@ TEST_F(ClientEndToEndTest, EntriesAreWrittenOnceAndASecondClientOnlyReadsThem) {
     third->startup();
     ASSERT_EQ(states->take(RS::RESUMED).back(), RS::RESUMED);
     third.reset();
-    auto const received = simulator.received();
-    auto const writesOf = [&](std::string const& value) {
-        return std::count_if(received.begin(), received.end(), [&](auto const& message) {
-            return message.method == "POST" && message.target.rfind("/capabilitiesmanagement/capabilities", 0) == 0 &&
-                   message.body.find(value) != std::string::npos;
-        });
-    };
-    EXPECT_EQ(writesOf(R"("value":"2")"), 1);
-    EXPECT_EQ(writesOf(R"("value":"on")"), 0);
+    Posts const changed = postsTo("/capabilitiesmanagement/capabilities", R"("value":"2")");
+    Posts const unchanged = postsTo("/capabilitiesmanagement/capabilities", R"("value":"on")");
+    EXPECT_EQ(changed.creates + changed.updates, 1u);
+    EXPECT_EQ(unchanged.creates + unchanged.updates, 0u);
 }
 
 TEST_F(ClientEndToEndTest, AnIdleClientWakesItsWorkerAtMostOncePerSecondAndItsItemsNever) {
@@ -255,10 +213,10 @@ TEST_F(ClientEndToEndTest, AnIdleClientWakesItsWorkerAtMostOncePerSecondAndItsIt
     client->startup();
     ASSERT_EQ(states->take(RS::RESUMED).back(), RS::RESUMED);
     // The initial events are being processed still; idle is when the item threads went quiet.
-    auto const itemSwitches = [](std::map<std::string, ThreadSwitches> const& threads) {
+    auto const itemSwitches = [](Switches const& threads) {
         long sum = 0;
         for (auto const& [id, entry] : threads) {
-            sum += isItemQueue(entry.name) ? entry.count : 0;
+            sum += isItemQueue(entry.first) ? entry.second : 0;
         }
         return sum;
     };
@@ -274,15 +232,19 @@ TEST_F(ClientEndToEndTest, AnIdleClientWakesItsWorkerAtMostOncePerSecondAndItsIt
     }
 
     std::this_thread::sleep_for(std::chrono::milliseconds(1000));  // the idle window
-    auto const window = switchesBetween(settled, threadSwitches());
     long workerWakeUps = -1;
     int itemQueues = 0;
-    for (auto const& [id, entry] : window) {
-        if (isItemQueue(entry.name)) {
+    for (auto const& [id, entry] : threadSwitches()) {
+        auto const before = settled.find(id);
+        if (before == settled.end()) {
+            continue;  // threads in both snapshots only
+        }
+        long const woke = entry.second - before->second.second;
+        if (isItemQueue(entry.first)) {
             ++itemQueues;
-            EXPECT_EQ(entry.count, 0) << entry.name << " woke up while idle";
-        } else if (entry.name == "framework_nav.R") {  // the RSI worker, named after the client's logger
-            workerWakeUps = entry.count;
+            EXPECT_EQ(woke, 0) << entry.first << " woke up while idle";
+        } else if (entry.first == "framework_nav.R") {  // the RSI worker, named after the client's logger
+            workerWakeUps = woke;
         }
     }
     // Service, token, privacy, two KVS and the job item: each had its initial event.
@@ -310,18 +272,15 @@ TEST_F(ClientEndToEndTest, DestroyClientWhileEventsArrive) {
             simulator.rotateToken("tok-nav");
         }
     });
-    EXPECT_TRUE(services->waitFor(20));
+    EXPECT_TRUE(services->events.waitFor(20, 10000));
     client.reset();  // on the application's thread, while events keep coming
     done = true;
     backend.join();
     // Once released, the client calls no listener any more.
-    int const heard = [&] {
-        std::lock_guard<std::mutex> guard(services->mutex);
-        return services->events;
-    }();
+    std::size_t const heard = services->events.size();
     simulator.setKvsValue("kvs-color", "after");
     simulator.rotateToken("tok-nav");
-    EXPECT_FALSE(services->waitFor(heard + 1, std::chrono::milliseconds(200)));
+    EXPECT_FALSE(services->events.waitFor(heard + 1, 200));
 }
 
 }  // namespace

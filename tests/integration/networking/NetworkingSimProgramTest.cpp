@@ -1,12 +1,6 @@
-// The qel-networking-sim program on a private bus, driven through its HTTP control endpoint,
-// against the framework's networking connection.
-#include "support/LogCapture.h"
+// The qel-networking-sim program on a private bus, driven through its HTTP control endpoint.
 #include "support/PrivateDBus.h"
 #include "unit/networking/NetworkingRig.h"
-
-#include "core/Notifier.h"
-#include "rsi/RSIClientWrapper.h"
-#include "subscriptions/SubscriptionManager.h"
 
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
@@ -18,57 +12,33 @@
 
 #include <csignal>
 #include <cstdio>
-#include <spawn.h>
 #include <sys/wait.h>
-
-extern char** environ;
 
 namespace {
 
 using namespace qel::test;
-using namespace qel::onlineservices::framework;
-using namespace qel::onlineservices::framework::core;
-using qel::common::logging::LogLevel;
 namespace http = boost::beast::http;
 
-// The program as a child process; stopped with SIGTERM at the end.
+// The program as a child process; stopped with SIGTERM at the end. The shell prints the pid the
+// program takes over by exec, then the program prints its control port.
 class SimProgram {
 public:
-    SimProgram() {
-        int fds[2];
-        if (::pipe(fds) != 0) {
-            return;
-        }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
-        posix_spawn_file_actions_addclose(&actions, fds[0]);
-        char const* const argv[] = {QEL_NETWORKING_SIM_PATH, "--control-port", "0", nullptr};
-        if (posix_spawn(&m_pid, QEL_NETWORKING_SIM_PATH, &actions, nullptr, const_cast<char* const*>(argv), environ) !=
-            0) {
-            m_pid = -1;
-        }
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(fds[1]);
-        m_output = ::fdopen(fds[0], "r");
-        char line[128] = {};
-        if (m_pid > 0 && m_output != nullptr && std::fgets(line, sizeof(line), m_output) != nullptr) {
-            std::sscanf(line, "control port: %hu", &m_port);
+    SimProgram() : m_output(::popen("echo $$; exec '" QEL_NETWORKING_SIM_PATH "' --control-port 0", "r")) {
+        if (m_output != nullptr && std::fscanf(m_output, "%d control port: %hu", &m_pid, &m_port) != 2) {
+            m_port = 0;
         }
     }
     ~SimProgram() { stop(); }
     // The program's exit status after SIGTERM.
     int stop() {
-        int status = -1;
+        if (m_output == nullptr) {
+            return -1;
+        }
         if (m_pid > 0) {
             ::kill(m_pid, SIGTERM);
-            ::waitpid(m_pid, &status, 0);
-            m_pid = -1;
         }
-        if (m_output != nullptr) {
-            std::fclose(m_output);
-            m_output = nullptr;
-        }
+        int const status = ::pclose(m_output);
+        m_output = nullptr;
         return status;
     }
     std::uint16_t port() const { return m_port; }
@@ -94,8 +64,8 @@ public:
     }
 
 private:
+    FILE* m_output;
     pid_t m_pid = -1;
-    FILE* m_output = nullptr;
     std::uint16_t m_port = 0;
 };
 
@@ -112,20 +82,18 @@ TEST(NetworkingSimProgram, ServesTheInterfaceAndObeysItsControlEndpoint) {
     std::atomic<int> ocuLost{0};
     proxy->getOcuConnStateChangeEvent().subscribe([&ocuLost](bool const& available) { ocuLost += available ? 0 : 1; });
 
-    auto const config = std::make_shared<FrameworkConfig>();
-    auto const manager = std::make_shared<SubscriptionManager>(config, std::make_shared<Notifier>(config),
-                                                               std::make_shared<RSIClientWrapper>(config));
-    manager->addService("demoservice", nullptr);
-    manager->setNetworkingProxy(proxy);
-    LogCapture log;
+    CommonAPI::CallStatus status = CommonAPI::CallStatus::UNKNOWN;
+    ClientData_s ipv4;
+    ClientData_s ipv6;
+    ResultCodes_e result = ResultCodes_e::SUCCESS;
     EXPECT_EQ(program.control(http::verb::post, "/_control/refuse", R"({"service":"demoservice","code":3,"count":1})"),
               R"(200 {"status":"ok"})");
-    EXPECT_FALSE(manager->tryConnectNetworking(1));
-    EXPECT_EQ(log.count(LogLevel::Warning,
-                        "Networking API: request for internet for service demoservice not successful, ResultCode 3"),
-              1u);
-    EXPECT_TRUE(manager->tryConnectNetworking(2));
-    EXPECT_EQ(log.count(LogLevel::Info, "(ipv4: 192.168.100.2 | prefix: 24 | name: ocu0)"), 1u);
+    proxy->getInternetAccess("demoservice", status, ipv4, ipv6, result);
+    EXPECT_EQ(result, ResultCodes_e::UNKNOWN_SERVICE);
+    proxy->getInternetAccess("demoservice", status, ipv4, ipv6, result);
+    EXPECT_EQ(status, CommonAPI::CallStatus::SUCCESS);
+    EXPECT_EQ(result, ResultCodes_e::SUCCESS);
+    EXPECT_EQ(ipv4, ClientData_s("192.168.100.2", 24, "ocu0"));
 
     EXPECT_EQ(program.control(http::verb::post, "/_control/ocu", R"({"available":false})"), R"(200 {"status":"ok"})");
     ASSERT_TRUE(eventually([&] { return ocuLost.load() == 1; }));
@@ -140,8 +108,8 @@ TEST(NetworkingSimProgram, ServesTheInterfaceAndObeysItsControlEndpoint) {
               R"(200 {"calls":[{"method":"getInternetAccess","outcome":"refused 3","service":"demoservice"},)"
               R"({"method":"getInternetAccess","outcome":"granted 192.168.100.2 fd00::2","service":"demoservice"}],)"
               R"("ocuAvailable":false,"onBus":true})");
-    int const status = program.stop();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    int const exitStatus = program.stop();
+    EXPECT_TRUE(WIFEXITED(exitStatus) && WEXITSTATUS(exitStatus) == 0);
 }
 
 }  // namespace

@@ -34,8 +34,8 @@ constexpr char const* BACKEND = R"({
 // Polls `condition` until it holds; real time only as a safety limit.
 template <typename Condition>
 bool eventually(Condition const& condition) {
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!condition() && std::chrono::steady_clock::now() < deadline) {
+    for (auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+         !condition() && std::chrono::steady_clock::now() < deadline;) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return condition();
@@ -83,30 +83,29 @@ protected:
         manager->subscribe(items, condition);
         return condition->values.waitFor(1) && condition->values.all() == std::vector<bool>{true};
     }
-    // Renames the service entry at the backend, as an operator would.
-    void renameServiceEntry(std::string const& name) {
+    // One request straight to the backend, as an operator would send it.
+    Response operatorRequest(std::uint32_t type, std::string const& service, std::string const& resource,
+                             std::string const& element, std::unique_ptr<dataformats::data::Object> data = {}) const {
         Request request;
-        request.type = RequestTypePostElement;
-        request.service = "servicemanagement";
-        request.resource = "services";
-        request.element = "svc-nav";
+        request.type = type;
+        request.service = service;
+        request.resource = resource;
+        request.element = element;
+        request.data = std::move(data);
+        Response response;
+        host::HostRsiClient(clientOptions()).request(request, response);
+        return response;
+    }
+    void renameServiceEntry(std::string const& name) {
         auto body = std::make_unique<dataformats::data::Object>();
         body->setNew("name", std::make_unique<dataformats::data::String>(name));
-        request.data = std::move(body);
-        Response response;
-        host::HostRsiClient(clientOptions()).request(request, response);
-        ASSERT_EQ(response.getStatus(), 200);
+        ASSERT_EQ(operatorRequest(RequestTypePostElement, "servicemanagement", "services", "svc-nav", std::move(body))
+                      .getStatus(),
+                  200);
     }
-
     // The item's value as the backend holds it.
     std::string storedKvsValue(std::string const& id) const {
-        Request request;
-        request.type = RequestTypeGetElement;
-        request.service = "onlinekvs";
-        request.resource = "items";
-        request.element = id;
-        Response response;
-        host::HostRsiClient(clientOptions()).request(request, response);
+        auto const response = operatorRequest(RequestTypeGetElement, "onlinekvs", "items", id);
         return dataformats::data::Ref(response.getData(false))("data")("value").asString();
     }
     std::size_t updatesReceived(std::string const& target) const {
@@ -128,28 +127,22 @@ protected:
     common::logging::Logger logger{"integration"};
 };
 
-TEST_F(SubscriptionsOverSimulatorTest, ServiceEntryLeadsTheTokenItemToAValidToken) {
+TEST_F(SubscriptionsOverSimulatorTest, ServiceEntryLeadsToAValidTokenAndItsDisableReasonsAndAbsenceAreHeard) {
     auto const token = std::make_shared<core::TokenItem>(logger, notifier, wrapper, "nav");
     auto const service = std::make_shared<core::ServiceItem>(logger, notifier, wrapper, "nav");
+    manager->addService("nav", service);
     service->setTokenHandler(token);
     ASSERT_TRUE(subscribed({service, token}));
     EXPECT_EQ(token->getElement(), "tok-nav");
     ASSERT_TRUE(heard("token nav first"));
     EXPECT_EQ(threadOf("token nav first"), "tok:nav");
     EXPECT_EQ(threadOf("baseUrl nav https://nav.example.com"), "svc:nav");
-
     simulator.rotateToken("tok-nav", "second");
     EXPECT_TRUE(heard("token nav second"));
-}
 
-TEST_F(SubscriptionsOverSimulatorTest, DisableReasonsAndAVanishedEntryReachTheListener) {
-    auto const service = std::make_shared<core::ServiceItem>(logger, notifier, wrapper, "nav");
-    manager->addService("nav", service);
-    ASSERT_TRUE(subscribed({service}));
     ASSERT_TRUE(simulator.setDisableReasons("nav", {"maintenance"}));
     ASSERT_TRUE(heard("reasons nav maintenance"));
     EXPECT_TRUE(manager->isAnyServiceDisabled());
-
     // The entry leaves the list the item watches for two list events, then comes back.
     renameServiceEntry("nav-moved");
     ASSERT_TRUE(simulator.setDisableReasons("nav-moved", {}));
@@ -195,21 +188,7 @@ TEST_F(SubscriptionsOverSimulatorTest, RefusedUpdateGivenUpForANewerOneNeverOver
     EXPECT_EQ(storedKvsValue("kvs-1"), "blue");
 }
 
-TEST_F(SubscriptionsOverSimulatorTest, ThreeJobsInOneEventAreNotifiedAndAcknowledgedInOrder) {
-    auto const item = std::make_shared<core::JobItem>(logger, notifier, wrapper, "nav");
-    ASSERT_TRUE(subscribed({item}));
-    ASSERT_TRUE(eventually([&] { return simulator.acknowledgements().size() >= 3; }));
-    EXPECT_EQ(listener->whats(), (std::vector<std::string>{"job job-1 nav", "job job-2 nav", "job job-3 nav"}));
-    EXPECT_TRUE(listener->allOn("job:nav"));
-    auto const acknowledgements = simulator.acknowledgements();
-    ASSERT_EQ(acknowledgements.size(), 3u);
-    for (std::size_t i = 0; i < acknowledgements.size(); ++i) {
-        EXPECT_EQ(acknowledgements[i].jobId, "job-" + std::to_string(i + 1));
-        EXPECT_EQ(acknowledgements[i].state, "success");
-    }
-}
-
-TEST_F(SubscriptionsOverSimulatorTest, RefusedAcknowledgementIsRedoneWhenTheJobIsListedAgain) {
+TEST_F(SubscriptionsOverSimulatorTest, JobsAreNotifiedInOrderAndARefusedAcknowledgementIsRedoneWhenListedAgain) {
     simulator.failNext("/backendjobs/jobs/job-1", 504);
     auto const item = std::make_shared<core::JobItem>(logger, notifier, wrapper, "nav");
     ASSERT_TRUE(subscribed({item}));
@@ -221,6 +200,7 @@ TEST_F(SubscriptionsOverSimulatorTest, RefusedAcknowledgementIsRedoneWhenTheJobI
     ASSERT_TRUE(eventually([&] { return simulator.acknowledgements().size() >= 4; }));
     EXPECT_EQ(listener->whats(), (std::vector<std::string>{"job job-1 nav", "job job-2 nav", "job job-3 nav",
                                                            "job job-1 nav", "job " + added + " nav"}));
+    EXPECT_TRUE(listener->allOn("job:nav"));
     std::vector<std::string> acknowledged;
     for (auto const& acknowledgement : simulator.acknowledgements()) {
         acknowledged.push_back(acknowledgement.jobId + " " + acknowledgement.state);

@@ -1,23 +1,19 @@
 // What the networking tests share: the in-process binding, the simulator as the service, and
-// recorders for granted addresses and condition answers.
+// recorders for granted addresses.
 #pragma once
 
 #include "NetworkingSimulator.h"
 #include "commonapi/Runtime.h"
 #include "commonapi/networking/networkingProxy.h"
-#include "core/IUpdateConditionCallback.h"
+#include "support/RsiRecorders.h"
 
 #include <onlineservices/framework/IServiceDataListener.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <cstdlib>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <unistd.h>
 
@@ -43,37 +39,9 @@ inline bool eventually(std::function<bool()> const& done, int limitMs = 5000) {
 struct InterfaceRecorder : onlineservices::framework::core::IServiceDataListener {
     void onNetworkInterfaceChanged(std::string const& serviceId, std::shared_ptr<ClientData_s> const& ipv4,
                                    std::shared_ptr<ClientData_s> const& ipv6) override {
-        std::lock_guard<std::mutex> guard(mutex);
-        heard.push_back(serviceId + " " + ipv4->getAddress() + " " + ipv6->getAddress());
+        heard.add(serviceId + " " + ipv4->getAddress() + " " + ipv6->getAddress());
     }
-    std::vector<std::string> take() {
-        std::lock_guard<std::mutex> guard(mutex);
-        return std::exchange(heard, {});
-    }
-    std::mutex mutex;
-    std::vector<std::string> heard;  // guarded by mutex
-};
-
-// Hears a condition's answers.
-struct AnswerRecorder : onlineservices::framework::core::IUpdateConditionCallback {
-    void notify(bool value) override {
-        std::lock_guard<std::mutex> guard(mutex);
-        answers.push_back(value);
-        changed.notify_all();
-    }
-    // The answers so far, after waiting (up to 5 s) for at least `count`.
-    std::vector<bool> waitFor(std::size_t count) {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait_for(lock, std::chrono::seconds(5), [&] { return answers.size() >= count; });
-        return answers;
-    }
-    std::vector<bool> get() {
-        std::lock_guard<std::mutex> guard(mutex);
-        return answers;
-    }
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<bool> answers;  // guarded by mutex
+    Recorder<std::string> heard;
 };
 
 inline std::shared_ptr<NetworkingProxy> proxyAt(std::string const& instance) {

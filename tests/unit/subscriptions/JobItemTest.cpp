@@ -33,15 +33,22 @@ protected:
 TEST_F(JobItemTest, NewJobsForThisServiceAreNotifiedAndAcknowledgedOnceWithTheListenersAnswer) {
     listener->jobAnswer = BackendJobAcknowledgeCode::INVALID_PAYLOAD;
     subscribe(*item);
+    // Other services' jobs, answered ones and those without a usable id or with members of the wrong kind
+    // are neither notified nor acknowledged.
     std::string const event = "[" + job("j1", "nav", "005F/1") + "," + job("j2", "nav", "abc") + "," +
                               job("j3", "nav", "005F/3", R"(,"jobAcknowledgeState":"success")") + "," +
-                              job("j4", "radio", "005F/4") + "," + job("j5", "nav", "x/005F/5") + "]";
+                              job("j4", "radio", "005F/4") + "," + job("j5", "nav", "x/005F/5") + "," +
+                              R"({"name":"nav","messageId":"005F/1","jobId":1})" + "," + job("", "nav", "005F/2") +
+                              "," + job("a/b", "nav", "005F/3") + "," + R"({"id":4,"name":"nav","messageId":"005F/4"})" +
+                              "," + job("j6", "nav", "005F/6", R"(,"jobPayload":{"x":1})") + "," +
+                              job("j7", "nav", "005F/7", R"(,"jobAcknowledgeState":true)") + "]";
     push(*item, jobs, event);
     push(*item, jobs, event);  // repeated before the backend took the acknowledgements
     EXPECT_EQ(listener->whats(), (std::vector<std::string>{"job j1 nav", "job j5 nav"}));
     EXPECT_TRUE(listener->allOn("job:nav"));
     EXPECT_EQ(acknowledgements(), (std::vector<std::string>{R"(j1 {"jobAcknowledgeState":"invalidPayload"})",
                                                             R"(j5 {"jobAcknowledgeState":"invalidPayload"})"}));
+    EXPECT_EQ(log.countPrefix(LogLevel::Error, "(Job List/nav) Invalid job refused: "), 12u);  // 6 per event
 }
 
 TEST_F(JobItemTest, FailedAcknowledgementIsRedoneWhenTheBackendListsTheJobAgain) {
@@ -100,18 +107,14 @@ TEST_F(JobItemTest, AThousandOpenJobsSentAgainAreNotNotifiedAgain) {
     EXPECT_TRUE(log.contains(LogLevel::Info, "(Job List/nav) Job j999 already acknowledged, ignoring"));
 }
 
-TEST_F(JobItemTest, JobsWithoutAUsableIdOrWithMembersOfTheWrongKindAreNeitherNotifiedNorAcknowledged) {
+TEST_F(JobItemTest, ConfirmsOnceAcrossRepeatedSubscriptionAnswers) {
     subscribe(*item);
-    std::string const event = "[" + std::string(R"({"name":"nav","messageId":"005F/1","jobId":1})") + "," +
-                              job("", "nav", "005F/2") + "," + job("a/b", "nav", "005F/3") + "," +
-                              R"({"id":4,"name":"nav","messageId":"005F/4"})" + "," +
-                              job("j5", "nav", "005F/5", R"(,"jobPayload":{"x":1})") + "," +
-                              job("j6", "nav", "005F/6", R"(,"jobAcknowledgeState":true)") + "," +
-                              job("j7", "nav", "005F/7") + "]";
-    push(*item, jobs, event);
-    EXPECT_EQ(listener->whats(), std::vector<std::string>{"job j7 nav"});
-    EXPECT_EQ(acknowledgements(), std::vector<std::string>{R"(j7 {"jobAcknowledgeState":"success"})"});
-    EXPECT_EQ(log.countPrefix(LogLevel::Error, "(Job List/nav) Invalid job refused: "), 6u);
+    Response answer;
+    answer.setId(1);
+    item->handleResponse(RequestState(1, ""), answer);  // a re-subscription after a lost connection
+    EXPECT_EQ(subscribed.all(), std::vector<bool>{true});
+    item->handleResponse(RequestState(0, "refused"), answer);  // lost, and marked subscribed again
+    EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, false, false, true}));  // both flags fell
 }
 
 TEST_F(JobItemTest, WithoutAListenerTheBackendHearsUnknownError) {

@@ -23,7 +23,9 @@ protected:
     }
 };
 
-TEST_F(KVSItemTest, ValuesReachTheListenerOnTheQueueDirectlyOrAfterARead) {
+TEST_F(KVSItemTest, ValuesReachTheListenerOnTheQueueAndUpdatesWaitForTheSubscription) {
+    EXPECT_EQ(item->update("green"), KVSUpdateStatus::KVS_SERVICE_UNAVAILABLE);
+    EXPECT_EQ(rsi->requests().size(), 0u);
     subscribeToItem();
     ASSERT_EQ(rsi->subscriptions().size(), 1u);  // the element alone, never the whole resource
     EXPECT_EQ(rsi->subscriptions()[0].request.element, "k-1");
@@ -45,22 +47,16 @@ TEST_F(KVSItemTest, ValuesReachTheListenerOnTheQueueDirectlyOrAfterARead) {
     EXPECT_EQ(listener->whats()[1], "kvs color blue");
     EXPECT_TRUE(listener->allOn("kvs:color"));
     EXPECT_EQ(requestsOfType(RequestTypeGetResource).size(), 1u);
-}
 
-TEST_F(KVSItemTest, UpdateIsPostponedBeforeSubscriptionThenAnsweredOrFailedByTheBackend) {
-    EXPECT_EQ(item->update("green"), KVSUpdateStatus::KVS_SERVICE_UNAVAILABLE);
-    EXPECT_EQ(rsi->requests().size(), 0u);
-
-    subscribeToItem();
     EXPECT_EQ(item->update("green"), KVSUpdateStatus::UPDATE_OK);
     auto const writes = requestsOfType(RequestTypePostElement);
     ASSERT_EQ(writes.size(), 1u);
     EXPECT_EQ(writes[0].element, "k-1");
     EXPECT_EQ(writes[0].body, R"({"value":"green"})");
-
     rsi->replyTo({RequestTypePostElement}, Reply(504), 1);
     EXPECT_EQ(item->update("blue"), KVSUpdateStatus::UPDATE_REQUEST_FAILED);
 }
+
 
 // The one test that waits out the update time-out.
 TEST_F(KVSItemTest, UpdateWithoutAnswerGivesUpAfterThreeSecondsAndItsLateAnswerCompletesNoOtherUpdate) {

@@ -22,7 +22,7 @@ protected:
     Match const tokenElement{RequestTypeSubscribeElement, "tokenmanagement"};
 };
 
-TEST_F(ServiceAndTokenItemTest, ServiceEntryReachesListenersOnItsQueueAndOnlyChangesAreRepeated) {
+TEST_F(ServiceAndTokenItemTest, ServiceEntryReachesListenersOnItsQueueAndOnlyChangesOrARepeatedSubscribeAreRepeated) {
     core::SubscriptionManager manager(config, notifier, wrapper);
     manager.addService("nav", service);
     service->setTokenHandler(token);
@@ -38,10 +38,16 @@ TEST_F(ServiceAndTokenItemTest, ServiceEntryReachesListenersOnItsQueueAndOnlyCha
 
     push(*service, services, entry("nav", R"(["y","x"])"));
     EXPECT_EQ(listener->heard.size(), 4u);  // the entry itself only: same URL, same reasons
+    EXPECT_EQ(subscribed.all(), std::vector<bool>{true});  // events do not repeat the confirmation
+    subscribe(*service);  // the manager asks again: answered at once, without a new request
+    EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, true}));
+    EXPECT_EQ(rsi->subscriptions().size(), 1u);
+
     push(*service, services, entry("radio", "[]"));
     EXPECT_TRUE(log.contains(LogLevel::Error, "serviceId of event payload <radio> does not match serviceId of "
                                               "subscription item <nav>"));
     EXPECT_EQ(listener->heard.size(), 4u);
+    EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, true}));
 }
 
 TEST_F(ServiceAndTokenItemTest, MalformedServiceListsAreDroppedWithoutReportingTheEntryMissing) {

@@ -1,6 +1,7 @@
 #include "SubscriptionTestRig.h"
 
 #include "dataformats/Json.h"
+#include "subscriptions/PrivacyItem.h"
 #include "support/ManualClock.h"
 
 #include <atomic>
@@ -49,7 +50,7 @@ protected:
     }
 };
 
-TEST_F(SubscriptionBaseItemTest, ResourceEventSelectsTheElementAndEachElementConfirmationIsReported) {
+TEST_F(SubscriptionBaseItemTest, ResourceEventSelectsTheElementEachConfirmationIsReportedAndUnsubscribeEndsBoth) {
     subscribe(*item);
     ASSERT_EQ(rsi->subscriptions().size(), 1u);
     EXPECT_EQ(rsi->subscriptions()[0].request.queryParameters,
@@ -75,6 +76,15 @@ TEST_F(SubscriptionBaseItemTest, ResourceEventSelectsTheElementAndEachElementCon
     EXPECT_EQ(item->seen.size(), 2u);
     EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, true}));
     EXPECT_EQ(rsi->subscriptions().size(), 2u);
+
+    // Unsubscribing ends both subscriptions, the element's first, and answers false.
+    std::uint32_t const resourceId = rsi->lastSubscriptionId(resource);
+    std::uint32_t const elementId = rsi->lastSubscriptionId(element);
+    Recorder<bool> released;
+    item->unsubscribe(core::RSISubscriptionCallback{[&](bool v) { released.add(v); }});
+    drain();
+    EXPECT_EQ(rsi->unsubscribed(), (std::vector<std::uint32_t>{elementId, resourceId}));
+    EXPECT_EQ(released.all(), (std::vector<bool>{false, false, false}));  // element, resource, the final answer
 }
 
 TEST_F(SubscriptionBaseItemTest, FailureReportsFalseOnlyForFlagsThatWereSet) {
@@ -91,20 +101,6 @@ TEST_F(SubscriptionBaseItemTest, FailureReportsFalseOnlyForFlagsThatWereSet) {
     answer(1, false);  // both flags fall: one false each
     EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, false, false}));
     EXPECT_FALSE(item->isElementSubscribed());
-}
-
-TEST_F(SubscriptionBaseItemTest, UnsubscribeEndsBothSubscriptionsAndAnswersFalse) {
-    subscribe(*item);
-    push(*item, resource, R"([{"id":"e1"}])");
-    drain();
-    std::uint32_t const resourceId = rsi->lastSubscriptionId(resource);
-    std::uint32_t const elementId = rsi->lastSubscriptionId(element);
-    Recorder<bool> released;
-    item->unsubscribe(core::RSISubscriptionCallback{[&](bool v) { released.add(v); }});
-    drain();
-    EXPECT_EQ(rsi->unsubscribed(), (std::vector<std::uint32_t>{elementId, resourceId}));
-    EXPECT_EQ(released.all(), (std::vector<bool>{false, false, false}));  // element, resource, the final answer
-
 }
 
 TEST_F(SubscriptionBaseItemTest, EventDataReachesTheQueueUncopiedAndOutlivesTheResponse) {
@@ -155,6 +151,32 @@ TEST_F(SubscriptionBaseItemTest, ItemsDestroyedWhileEventsArriveGoQuietly) {
         pusher.join();
     }
     EXPECT_TRUE(rsi->waitForUnsubscribeCalls(40));
+}
+
+// The privacy item confirms its element without a request of its own: the unsubscribe collector
+// hears no confirmation from events still coming.
+TEST_F(SubscriptionBaseItemTest, UnsubscribeCollectorHearsNoConfirmationWhileEventsKeepComing) {
+    auto const privacy = makeItem<core::PrivacyItem>("nav");
+    for (int round = 0; round < 30; ++round) {
+        Recorder<bool> confirmed;
+        privacy->subscribe(core::RSISubscriptionCallback{[&](bool value) { confirmed.add(value); }});
+        drain();
+        std::uint32_t const id = rsi->lastSubscriptionId(resource);
+        std::atomic<bool> stop{false};
+        std::thread pusher([&] {
+            while (!stop.load() && rsi->pushData(id, R"([{"id":"g-1","name":"nav"}])")) {
+            }
+        });
+        ASSERT_TRUE(confirmed.waitFor(1));
+        Recorder<bool> released;
+        privacy->unsubscribe(core::RSISubscriptionCallback{[&](bool value) { released.add(value); }});
+        ASSERT_TRUE(privacy->waitForQueue(5000));  // events queued before the unsubscribe have run
+        stop.store(true);
+        pusher.join();
+        ASSERT_TRUE(privacy->waitForQueue(5000));
+        EXPECT_EQ(released.all(), (std::vector<bool>{false, false, false})) << "round " << round;
+        EXPECT_EQ(confirmed.all(), std::vector<bool>{true}) << "round " << round;
+    }
 }
 
 }  // namespace

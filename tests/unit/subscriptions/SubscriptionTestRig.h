@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -58,12 +59,9 @@ protected:
         ASSERT_TRUE(item.waitForQueue(5000));
     }
     std::vector<RecordedRequest> requestsOfType(std::uint32_t type) const {
-        std::vector<RecordedRequest> result;
-        for (auto const& request : rsi->requests()) {
-            if (request.type == type) {
-                result.push_back(request);
-            }
-        }
+        auto result = rsi->requests();
+        result.erase(std::remove_if(result.begin(), result.end(), [type](auto const& r) { return r.type != type; }),
+                     result.end());
         return result;
     }
 
