@@ -3,11 +3,15 @@
 #pragma once
 
 #include "common/Logger.h"
+#include "rsi/RSIClientWrapper.h"
 #include "rsi/Request.h"
+#include "rsi/RequestType.h"
+#include "rsi/SharedRsiClient.h"
 #include "rsi/host/HostRsiClient.h"
 #include "support/RsiRecorders.h"
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +39,14 @@ inline std::shared_ptr<rsi::client::Request> makeRequest(std::uint32_t type, std
     return request;
 }
 
+// The requests most tests make: one KVS item read and the token subscription.
+inline std::shared_ptr<rsi::client::Request> kvsRead() {
+    return makeRequest(rsi::client::RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1");
+}
+inline std::shared_ptr<rsi::client::Request> tokenSubscription() {
+    return makeRequest(rsi::client::RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1");
+}
+
 inline rsi::client::host::HostRsiClient::Options clientOptions(std::uint16_t port, std::uint32_t timeoutMs = 2000) {
     rsi::client::host::HostRsiClient::Options options;
     options.endpoint.port = port;
@@ -44,6 +56,25 @@ inline rsi::client::host::HostRsiClient::Options clientOptions(std::uint16_t por
     options.webSocket.maxEventBytes = 64 * 1024;
     options.webSocket.maxMessageBytes = 256 * 1024;
     return options;
+}
+
+// A started wrapper over `client`, which it keeps (the process-wide client is uninstalled again).
+inline std::shared_ptr<onlineservices::framework::core::RSIClientWrapper> startWrapperOver(
+    std::shared_ptr<rsi::client::host::HostRsiClient> const& client) {
+    rsi::client::SetSharedRsiClient(client);
+    auto wrapper = std::make_shared<onlineservices::framework::core::RSIClientWrapper>(
+        std::make_shared<onlineservices::framework::FrameworkConfig>());
+    rsi::client::SetSharedRsiClient(nullptr);
+    wrapper->start();
+    return wrapper;
+}
+
+// Milliseconds `action` took on a steady clock.
+template <typename Action>
+std::int64_t elapsedMs(Action&& action) {
+    auto const started = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();
 }
 
 // Installed while it lives; lets a test wait until a line was logged (at Info or above).
