@@ -40,6 +40,7 @@ void answerByTarget(RawPeer::Socket& connection) {
         std::string const target(request.target());
         if (target == "/backendjobs/jobs/dropped") {
             ++droppedReads;
+            connection.close(error);
             return;
         }
         std::string bytes = okAnswer(R"({"for":")" + target + R"("})");
