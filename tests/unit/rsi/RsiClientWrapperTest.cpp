@@ -66,33 +66,6 @@ TEST_F(RsiClientWrapperTest, DescribesRequestsOnOneLine) {
     EXPECT_EQ(describe(makeRequest(99, "svc", "r")), "UNKNOWN <unknown uri>   ");
 }
 
-TEST_F(RsiClientWrapperTest, LostSubscriptionIsMadeAgainByTheWorkerAndUnsubscribedOnceWhenRemoved) {
-    unsigned int const id = subscribeItems();
-    EXPECT_EQ(id, 1u);
-    ASSERT_TRUE(handler->responses.waitFor(1));
-    EXPECT_EQ(rsi->closeConnection(), 1u);
-    ASSERT_TRUE(drainWorker(*wrapper));
-    clock.advance(10001);
-    ASSERT_TRUE(runWorkerLoop(*wrapper));
-    ASSERT_EQ(rsi->subscriptions().size(), 2u);
-    EXPECT_EQ(rsi->lastSubscriptionId(), 1002u);
-    EXPECT_EQ(handler->responses.size(), 2u);
-    EXPECT_TRUE(rsi->pushData(1002, "[]"));
-    EXPECT_EQ(handler->events.size(), 1u);
-
-    wrapper->unsubscribe(id);
-    ASSERT_TRUE(rsi->waitForUnsubscribeCalls(1));
-    ASSERT_TRUE(drainWorker(*wrapper));
-    EXPECT_EQ(rsi->unsubscribed(), std::vector<std::uint32_t>{1002});
-    EXPECT_FALSE(rsi->pushData(1002, "[]"));
-
-    wrapper->unsubscribe(id);
-    wrapper->unsubscribe(42);
-    EXPECT_EQ(log.count(LogLevel::Warning, "no subscription found <wrapper> 1"), 1u);
-    EXPECT_EQ(log.count(LogLevel::Warning, "no subscription found <wrapper> 42"), 1u);
-    EXPECT_EQ(wrapper->queuedJobCount(), 0u);
-}
-
 // The fourth try is closed between the client's acknowledgement and the worker's confirmation.
 TEST_F(RsiClientWrapperTest, SubscriptionLostWhileARetryIsConfirmedResubscribesOnceOnAFreshSchedule) {
     rsi->replyTo({RequestTypeSubscribeResource}, Reply(503).withState(0, "refused"), 3);
@@ -152,7 +125,7 @@ TEST_F(RsiClientWrapperTest, CancelledRequestIsNotTriedAgainAndItsHandlerHearsIt
     EXPECT_EQ(log.count(LogLevel::Info, "cancelRequest POST onlinekvs/items/k   null"), 1u);
 }
 
-TEST_F(RsiClientWrapperTest, RetriesEachLostSubscriptionOnceWhenDueAndNeverOneRemovedMeanwhile) {
+TEST_F(RsiClientWrapperTest, RetriesEachLostSubscriptionOnceWhenDueNeverOneRemovedAndUnsubscribesEachOnce) {
     EXPECT_EQ(subscribeItems("kept"), 1u);
     unsigned int const removed = subscribeItems("removed");
     unsigned int const untouched = subscribeItems("untouched");
@@ -179,8 +152,19 @@ TEST_F(RsiClientWrapperTest, RetriesEachLostSubscriptionOnceWhenDueAndNeverOneRe
     ASSERT_TRUE(runWorkerLoop(*wrapper));
     EXPECT_EQ(rsi->subscriptions().size(), 4u);
     EXPECT_EQ(handler->responses.size(), 4u);
+
+    // Removing unsubscribes each at the client once, under the id it has there now.
+    EXPECT_TRUE(rsi->pushData(1004, "[]"));
+    wrapper->unsubscribe(1);
     wrapper->unsubscribe(untouched);
-    EXPECT_TRUE(log.contains(LogLevel::Info, "Removing subscription: <wrapper> 3 <rsiClient> 1003"));
+    ASSERT_TRUE(drainWorker(*wrapper));
+    EXPECT_EQ(rsi->unsubscribed(), (std::vector<std::uint32_t>{1002, 1004, 1003}));
+    EXPECT_FALSE(rsi->pushData(1004, "[]"));
+    wrapper->unsubscribe(1);
+    wrapper->unsubscribe(42);
+    EXPECT_EQ(log.count(LogLevel::Warning, "no subscription found <wrapper> 1"), 1u);
+    EXPECT_EQ(log.count(LogLevel::Warning, "no subscription found <wrapper> 42"), 1u);
+    EXPECT_EQ(wrapper->queuedJobCount(), 0u);
 }
 
 TEST_F(RsiClientWrapperTest, RequestsFailingTogetherAreRetriedInTheirOrderOnceEachAfterTheirDelay) {
