@@ -33,17 +33,6 @@ bool matchesText(std::string const& wanted, std::string const& actual) {
 
 }  // namespace
 
-std::ostream& operator<<(std::ostream& out, RecordedRequest const& request) {
-    out << rsi::client::requestTypeName(request.type) << " " << request.service << "/" << request.resource << "/"
-        << request.element;
-    char separator = '?';
-    for (auto const& [key, value] : request.queryParameters) {
-        out << separator << key << "=" << value;
-        separator = '&';
-    }
-    return out << " id=" << request.requestId << " body=" << request.body;
-}
-
 bool Match::matches(RecordedRequest const& request) const {
     return (type == ANY_TYPE || type == request.type) && matchesText(service, request.service) &&
            matchesText(resource, request.resource) && matchesText(element, request.element);

@@ -25,11 +25,23 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <ostream>
 #include <string>
 #include <vector>
 
 namespace qel::test {
+
+// A request as the framework hands it to the client.
+inline std::shared_ptr<rsi::client::Request> makeRequest(std::uint32_t type, std::uint32_t requestId,
+                                                        std::string service, std::string resource = {},
+                                                        std::string element = {}) {
+    auto request = std::make_shared<rsi::client::Request>();
+    request->type = type;
+    request->requestId = requestId;
+    request->service = std::move(service);
+    request->resource = std::move(resource);
+    request->element = std::move(element);
+    return request;
+}
 
 // A request as the client saw it (the body as compact JSON text; empty when there was none).
 struct RecordedRequest {
@@ -43,7 +55,6 @@ struct RecordedRequest {
     std::string contentType;
     std::string acceptType;
 };
-std::ostream& operator<<(std::ostream& out, RecordedRequest const& request);
 
 // Which calls a rule answers; empty strings and ANY_TYPE match everything.
 struct Match {

@@ -8,6 +8,7 @@
 #include "rsi/RequestType.h"
 #include "rsi/SharedRsiClient.h"
 #include "rsi/host/HostRsiClient.h"
+#include "support/InMemoryRsiClient.h"
 #include "support/RsiRecorders.h"
 
 #include <algorithm>
@@ -26,18 +27,6 @@ inline constexpr char const* SCENARIO = R"({
                {"name": "demoservice", "serviceHostSystem": "0033"}],
   "kvs": [{"id": "kvs-1", "name": "demo.settings", "value": "v1"}]
 })";
-
-inline std::shared_ptr<rsi::client::Request> makeRequest(std::uint32_t type, std::uint32_t requestId,
-                                                        std::string service, std::string resource = {},
-                                                        std::string element = {}) {
-    auto request = std::make_shared<rsi::client::Request>();
-    request->type = type;
-    request->requestId = requestId;
-    request->service = std::move(service);
-    request->resource = std::move(resource);
-    request->element = std::move(element);
-    return request;
-}
 
 // The requests most tests make: one KVS item read and the token subscription.
 inline std::shared_ptr<rsi::client::Request> kvsRead() {

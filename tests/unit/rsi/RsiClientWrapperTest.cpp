@@ -19,16 +19,6 @@ using onlineservices::framework::FrameworkConfig;
 using onlineservices::framework::core::RSIClientWrapper;
 using namespace rsi::client;
 
-std::shared_ptr<Request> makeRequest(std::uint32_t type, std::string service, std::string resource,
-                                     std::string element = {}) {
-    auto request = std::make_shared<Request>();
-    request->type = type;
-    request->service = std::move(service);
-    request->resource = std::move(resource);
-    request->element = std::move(element);
-    return request;
-}
-
 class RsiClientWrapperTest : public ::testing::Test {
 protected:
     void SetUp() override { wrapper->start(); }
@@ -36,7 +26,7 @@ protected:
 
     unsigned int subscribeItems(std::string const& element = {}) {
         auto const type = element.empty() ? RequestTypeSubscribeResource : RequestTypeSubscribeElement;
-        return wrapper->subscribe(makeRequest(type, "onlinekvs", "items", element), handler, handler);
+        return wrapper->subscribe(makeRequest(type, 0, "onlinekvs", "items", element), handler, handler);
     }
 
     LogCapture log;
@@ -50,20 +40,21 @@ TEST_F(RsiClientWrapperTest, DescribesRequestsOnOneLine) {
     auto const describe = [](std::shared_ptr<Request> const& request) {
         return RSIClientWrapper::getRequestDescription(*request);
     };
-    auto get = makeRequest(RequestTypeGetElement, "onlinekvs", "items", "abc");
+    auto get = makeRequest(RequestTypeGetElement, 0, "onlinekvs", "items", "abc");
     get->queryParameters = {{"b", "2"}, {"a", "1"}};
     EXPECT_EQ(describe(get), "GET onlinekvs/items/abc?a=1&b=2   ");
-    auto create = makeRequest(RequestTypePostResource, "capabilitiesmanagement", "capabilities");
+    auto create = makeRequest(RequestTypePostResource, 0, "capabilitiesmanagement", "capabilities");
     auto body = std::make_unique<dataformats::data::Object>();
     body->setNew("value", std::make_unique<dataformats::data::String>("1"));
     create->data = std::move(body);
     EXPECT_EQ(describe(create), R"(POST capabilitiesmanagement/capabilities   {"value":"1"})");
-    EXPECT_EQ(describe(makeRequest(RequestTypePostElement, "backendjobs", "jobs", "j1")), "POST backendjobs/jobs/j1   null");
-    auto root = makeRequest(RequestTypeSubscribeRoot, "ignored", "ignored");
+    EXPECT_EQ(describe(makeRequest(RequestTypePostElement, 0, "backendjobs", "jobs", "j1")),
+              "POST backendjobs/jobs/j1   null");
+    auto root = makeRequest(RequestTypeSubscribeRoot, 0, "ignored", "ignored");
     root->queryParameters["name"] = "onlinekvs";
     EXPECT_EQ(describe(root), "SUBSCRIBE /?name=onlinekvs   ");
-    EXPECT_EQ(describe(makeRequest(RequestTypeGetService, "svc", "r")), "GET svc/   ");
-    EXPECT_EQ(describe(makeRequest(99, "svc", "r")), "UNKNOWN <unknown uri>   ");
+    EXPECT_EQ(describe(makeRequest(RequestTypeGetService, 0, "svc", "r")), "GET svc/   ");
+    EXPECT_EQ(describe(makeRequest(99, 0, "svc", "r")), "UNKNOWN <unknown uri>   ");
 }
 
 // The fourth try is closed between the client's acknowledgement and the worker's confirmation.
@@ -104,7 +95,7 @@ TEST_F(RsiClientWrapperTest, SubscriptionLostWhileARetryIsConfirmedResubscribesO
 
 TEST_F(RsiClientWrapperTest, CancelledRequestIsNotTriedAgainAndItsHandlerHearsIt) {
     rsi->replyTo({}, Reply(500), 1);
-    auto const request = makeRequest(RequestTypePostElement, "onlinekvs", "items", "k");
+    auto const request = makeRequest(RequestTypePostElement, 0, "onlinekvs", "items", "k");
     wrapper->sendRequest(request, handler);
     ASSERT_TRUE(rsi->waitForRequests(1));
     ASSERT_TRUE(drainWorker(*wrapper));
@@ -170,7 +161,7 @@ TEST_F(RsiClientWrapperTest, RetriesEachLostSubscriptionOnceWhenDueNeverOneRemov
 TEST_F(RsiClientWrapperTest, RequestsFailingTogetherAreRetriedInTheirOrderOnceEachAfterTheirDelay) {
     rsi->replyTo({}, Reply(500), 3);
     for (char const* element : {"a", "b", "c"}) {
-        wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", element), handler);
+        wrapper->sendRequest(makeRequest(RequestTypeGetElement, 0, "onlinekvs", "items", element), handler);
     }
     ASSERT_TRUE(rsi->waitForRequests(3));
     ASSERT_TRUE(drainWorker(*wrapper));
@@ -215,7 +206,7 @@ TEST_F(RsiClientWrapperTest, DisconnectDropsEverySubscriptionAndRestartsTheIds) 
 TEST_F(RsiClientWrapperTest, RefusesEverythingAfterStop) {
     wrapper->stop();
     EXPECT_EQ(subscribeItems(), 0u);
-    wrapper->sendRequest(makeRequest(RequestTypeGetResource, "onlinekvs", "items"), handler);
+    wrapper->sendRequest(makeRequest(RequestTypeGetResource, 0, "onlinekvs", "items"), handler);
     wrapper->unsubscribe(1);
     EXPECT_EQ(wrapper->queuedJobCount(), 0u);
     EXPECT_TRUE(log.contains(LogLevel::Warning, "subscribe skipped because of shutdown: SUBSCRIBE onlinekvs/items   "));
@@ -227,11 +218,11 @@ TEST_F(RsiClientWrapperTest, RefusesEverythingAfterStop) {
 
 TEST_F(RsiClientWrapperTest, StopWithWorkInFlightReturnsPromptlyAndCallsNoHandlerAfterwards) {
     rsi->setDefaultReply(Reply(200).heldFor(60000));
-    wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", "held"), handler);
+    wrapper->sendRequest(makeRequest(RequestTypeGetElement, 0, "onlinekvs", "items", "held"), handler);
     ASSERT_TRUE(rsi->waitForRequests(1));  // the worker is now inside the client
     std::size_t made = 0;
     for (int i = 0; i < 3; ++i) {
-        wrapper->sendRequest(makeRequest(RequestTypeGetElement, "onlinekvs", "items", "queued"), handler);
+        wrapper->sendRequest(makeRequest(RequestTypeGetElement, 0, "onlinekvs", "items", "queued"), handler);
         made += subscribeItems() != 0 ? 1 : 0;
     }
 

@@ -20,14 +20,8 @@ constexpr char DEFAULT_NOTE[] = "Value set to RequestStateSucceeded by default f
 
 class RsiJobTest : public ::testing::Test {
 protected:
-    std::shared_ptr<Request> request(std::uint32_t type = RequestTypeGetElement) const {
-        auto made = std::make_shared<Request>();
-        made->type = type;
-        made->requestId = 3;
-        made->service = "onlinekvs";
-        made->resource = "items";
-        made->element = "abc";
-        return made;
+    static std::shared_ptr<Request> request(std::uint32_t type = RequestTypeGetElement) {
+        return makeRequest(type, 3, "onlinekvs", "items", "abc");
     }
     std::shared_ptr<RSIRequest> requestJob() {
         return std::make_shared<RSIRequest>(request(), rsi.get(), handler, logger);
