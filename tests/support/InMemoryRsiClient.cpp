@@ -22,8 +22,6 @@ RecordedRequest record(rsi::client::Request const& request) {
     recorded.element = request.element;
     recorded.queryParameters = request.queryParameters;
     recorded.body = request.data ? dataformats::json::stringify(request.data.get()) : std::string();
-    recorded.contentType = request.contentType;
-    recorded.acceptType = request.acceptType;
     return recorded;
 }
 
