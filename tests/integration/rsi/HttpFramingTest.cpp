@@ -89,8 +89,8 @@ TEST_F(HttpFramingTest, InterimContinueIsSkippedAndAnUnaskedAnswerIsNeverTakenFo
 TEST_F(HttpFramingTest, RequestThatReachedTheBackendIsNeverSentAgain) {
     EXPECT_EQ(get("kvs-1"), R"({"for":"/onlinekvs/items/kvs-1"})");
     Response response;
-    RequestState const state = client.request(*makeRequest(RequestTypePostElement, 6, "backendjobs", "jobs", "dropped"),
-                                              response);
+    auto const request = makeRequest(RequestTypePostElement, 6, "backendjobs", "jobs", "dropped");
+    RequestState const state = client.request(*request, response);
     EXPECT_EQ(response.getStatus(), 504) << "sent, so not retried by the framework either";
     EXPECT_EQ(state.note.rfind("connection broken after sending: ", 0), 0u) << state.note;
     EXPECT_EQ(droppedReads.load(), 1) << "the request was not sent again on a new connection";

@@ -1,5 +1,6 @@
-// Helpers of the host RSI integration tests: a log sink that lets a test wait for a line, and the
-// simulator scenario the tests share. Waits use real time only as a safety limit.
+// Helpers of the host RSI integration tests: the simulator scenario, requests and client options
+// they share, a wrapper started over a host client, and a log sink that lets a test wait for a
+// line. Waits use real time only as a safety limit.
 #pragma once
 
 #include "common/Logger.h"

@@ -61,7 +61,8 @@ TEST(StalledBackendTest, StopCutsAnUnansweredRequestShortAndReportsItCancelled) 
 TEST(StalledBackendTest, ShutdownCutsAStalledSubscriptionShort) {
     for (bool const handshakeStalls : {true, false}) {
         SCOPED_TRACE(handshakeStalls ? "stalled handshake" : "unacknowledged subscription");
-        StalledWorker stalled(handshakeStalls ? RawPeer::Serve(stayQuiet) : RawPeer::Serve(acceptWebSocketThenStayQuiet));
+        StalledWorker stalled(handshakeStalls ? RawPeer::Serve(stayQuiet)
+                                              : RawPeer::Serve(acceptWebSocketThenStayQuiet));
         stalled.wrapper->subscribe(tokenSubscription(), stalled.handler, stalled.handler);
         ASSERT_TRUE(stalled.backend->waitForConnections(1));
 
