@@ -203,20 +203,7 @@ TEST_F(RsiClientWrapperTest, DisconnectDropsEverySubscriptionAndRestartsTheIds) 
     ASSERT_TRUE(rsi->waitForSubscribeCalls(3));
 }
 
-TEST_F(RsiClientWrapperTest, RefusesEverythingAfterStop) {
-    wrapper->stop();
-    EXPECT_EQ(subscribeItems(), 0u);
-    wrapper->sendRequest(makeRequest(RequestTypeGetResource, 0, "onlinekvs", "items"), handler);
-    wrapper->unsubscribe(1);
-    EXPECT_EQ(wrapper->queuedJobCount(), 0u);
-    EXPECT_TRUE(log.contains(LogLevel::Warning, "subscribe skipped because of shutdown: SUBSCRIBE onlinekvs/items   "));
-    EXPECT_TRUE(log.contains(LogLevel::Warning, "sendRequest skipped because of shutdown: GET onlinekvs/items   "));
-    EXPECT_FALSE(log.contains(LogLevel::Warning, "no subscription found <wrapper> 1"));
-    EXPECT_TRUE(rsi->requests().empty());
-    EXPECT_TRUE(rsi->subscriptions().empty());
-}
-
-TEST_F(RsiClientWrapperTest, StopWithWorkInFlightReturnsPromptlyAndCallsNoHandlerAfterwards) {
+TEST_F(RsiClientWrapperTest, StopWithWorkInFlightReturnsPromptlyCallsNoHandlerAfterwardsAndRefusesNewWork) {
     rsi->setDefaultReply(Reply(200).heldFor(60000));
     wrapper->sendRequest(makeRequest(RequestTypeGetElement, 0, "onlinekvs", "items", "held"), handler);
     ASSERT_TRUE(rsi->waitForRequests(1));  // the worker is now inside the client
@@ -244,6 +231,16 @@ TEST_F(RsiClientWrapperTest, StopWithWorkInFlightReturnsPromptlyAndCallsNoHandle
     EXPECT_EQ(rsi->unsubscribed(), std::vector<std::uint32_t>(made, 0u));
     EXPECT_EQ(rsi->closeConnection(), 0u);
     EXPECT_EQ(handler->events.size(), 0u);
+
+    // Stopped: everything is refused, nothing is queued.
+    wrapper->sendRequest(makeRequest(RequestTypeGetResource, 0, "onlinekvs", "items"), handler);
+    wrapper->unsubscribe(1);
+    EXPECT_EQ(wrapper->queuedJobCount(), 0u);
+    EXPECT_TRUE(log.contains(LogLevel::Warning, "subscribe skipped because of shutdown: SUBSCRIBE onlinekvs/items   "));
+    EXPECT_TRUE(log.contains(LogLevel::Warning, "sendRequest skipped because of shutdown: GET onlinekvs/items   "));
+    EXPECT_FALSE(log.contains(LogLevel::Warning, "no subscription found <wrapper> 1"));
+    EXPECT_EQ(rsi->requests().size(), 1u);
+    EXPECT_EQ(rsi->unsubscribed(), std::vector<std::uint32_t>(made, 0u));
 }
 
 }  // namespace
