@@ -178,11 +178,23 @@ TEST_F(RsiJobTest, OnlyWellFormedDataEventsReachTheEventHandler) {
     EXPECT_TRUE(log.contains(LogLevel::Error, "Invalid RSI Event received (property 'data' missing). Event ignored"));
     EXPECT_TRUE(log.contains(LogLevel::Error, "Invalid RSI Event received (unknown type: 'bogus'). Event ignored"));
 
+    log.clear();
     EXPECT_TRUE(rsi->pushData(id, R"({"k":"v"})"));
     auto const events = handler->events.all();
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].body, R"({"data":{"k":"v"},"type":"data"})");
     EXPECT_EQ(events[0].id, 3u);
+    std::vector<std::string> const printed{
+        "+------- RSI Event ---------------------------------------",
+        "| RequestState value: 1",
+        "| RequestState note: ",
+        "| Event status: 200",
+        R"(| Event content: {"data":{"k":"v"},"type":"data"})",
+        "| Event etag: ",
+        "| Event location: ",
+        "| Event binary data: 0",
+        "+--------------------------------------------------------"};
+    EXPECT_EQ(log.messages(LogLevel::Trace), printed);
 
     handler.reset();
     EXPECT_TRUE(rsi->pushData(id, "[]"));
