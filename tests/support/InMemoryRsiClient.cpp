@@ -22,8 +22,6 @@ RecordedRequest record(rsi::client::Request const& request) {
     recorded.element = request.element;
     recorded.queryParameters = request.queryParameters;
     recorded.body = request.data ? dataformats::json::stringify(request.data.get()) : std::string();
-    recorded.contentType = request.contentType;
-    recorded.acceptType = request.acceptType;
     return recorded;
 }
 
@@ -32,17 +30,6 @@ bool matchesText(std::string const& wanted, std::string const& actual) {
 }
 
 }  // namespace
-
-std::ostream& operator<<(std::ostream& out, RecordedRequest const& request) {
-    out << rsi::client::requestTypeName(request.type) << " " << request.service << "/" << request.resource << "/"
-        << request.element;
-    char separator = '?';
-    for (auto const& [key, value] : request.queryParameters) {
-        out << separator << key << "=" << value;
-        separator = '&';
-    }
-    return out << " id=" << request.requestId << " body=" << request.body;
-}
 
 bool Match::matches(RecordedRequest const& request) const {
     return (type == ANY_TYPE || type == request.type) && matchesText(service, request.service) &&

@@ -1,20 +1,9 @@
-// A scriptable RSI client that lives in memory, for tests.
-//
-//   InMemoryRsiClient::Installation rsi;                 // installed process-wide while it lives
-//   rsi->replyTo({RequestTypeGetElement, "onlinekvs"}, Reply(200, R"({"data":[]})"));
-//   rsi->replyTo({RequestTypePostResource}, Reply(201, "", "/onlinekvs/items/42/"), 1);  // once
-//   ... code under test ...
-//   rsi->waitForRequests(2);
-//   EXPECT_EQ(rsi->requests()[1].body, R"({"name":"x"})");
-//   rsi->pushData(rsi->subscriptions()[0].clientId, R"([{"name":"onlinekvs"}])");
-//   rsi->closeConnection();                              // every live subscription gets an "error" event
-//
-// Every request and subscribe call is recorded and answered from the first rule that matches
-// and has uses left (rules in the order given; then the default reply: 200, no body, state
-// succeeded). Subscription ids of this client start at 1001, so they never look like the
-// wrapper's own ids. Events are delivered on the calling thread, without the client's lock, so a
-// handler may call back into the client. Thread-safe. The waits use real time only as a safety
-// limit for a test that would otherwise hang.
+// A scriptable RSI client that lives in memory, for tests; installed process-wide while its
+// Installation lives. Every request and subscribe call is recorded and answered from the first
+// rule that matches and has uses left (rules in the order given; then the default reply: 200, no
+// body, state succeeded). Subscription ids start at 1001, so they never look like the wrapper's own
+// ids. Events are delivered on the calling thread, without the client's lock, so a handler may call
+// back into the client. Thread-safe; waits use real time only as a safety limit.
 #pragma once
 
 #include "rsi/ISharedRsiClient.h"
@@ -25,11 +14,23 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <ostream>
 #include <string>
 #include <vector>
 
 namespace qel::test {
+
+// A request as the framework hands it to the client.
+inline std::shared_ptr<rsi::client::Request> makeRequest(std::uint32_t type, std::uint32_t requestId,
+                                                        std::string service, std::string resource = {},
+                                                        std::string element = {}) {
+    auto request = std::make_shared<rsi::client::Request>();
+    request->type = type;
+    request->requestId = requestId;
+    request->service = std::move(service);
+    request->resource = std::move(resource);
+    request->element = std::move(element);
+    return request;
+}
 
 // A request as the client saw it (the body as compact JSON text; empty when there was none).
 struct RecordedRequest {
@@ -40,10 +41,7 @@ struct RecordedRequest {
     std::string element;
     std::map<std::string, std::string> queryParameters;
     std::string body;
-    std::string contentType;
-    std::string acceptType;
 };
-std::ostream& operator<<(std::ostream& out, RecordedRequest const& request);
 
 // Which calls a rule answers; empty strings and ANY_TYPE match everything.
 struct Match {

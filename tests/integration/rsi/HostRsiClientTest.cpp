@@ -4,13 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/http.hpp>
-
 #include <chrono>
 #include <future>
-#include <thread>
 
 namespace qel::test {
 namespace {
@@ -28,8 +23,7 @@ protected:
 
     Response get(HostRsiClient& client, RequestState* state = nullptr) {
         Response response;
-        auto const request = makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1");
-        RequestState const result = client.request(*request, response);
+        RequestState const result = client.request(*kvsRead(), response);
         if (state != nullptr) {
             *state = result;
         }
@@ -72,7 +66,7 @@ TEST_F(HostRsiClientTest, RefusedSubscriptionsCarryTheBackendsVerdict) {
     HostRsiClient client(clientOptions(simulator.port()));
     Response response;
     RequestState state;
-    auto const token = makeRequest(RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1");
+    auto const token = tokenSubscription();
     simulator.failNext("/tokenmanagement/accessTokens/tok-1", 503);
     EXPECT_EQ(subscribe(client, token, response, state), 0u);
     EXPECT_EQ(state.value, RequestStateFailed);
@@ -124,7 +118,7 @@ TEST_F(HostRsiClientTest, RestartedBackendIsReachedAgainAndAMissingOneIsNotSent)
     std::string const where = "127.0.0.1:" + std::to_string(port);
     EXPECT_EQ(state.note.rfind("not sent, connect to " + where + " failed: ", 0), 0u) << state.note;
     Response response;
-    auto const token = makeRequest(RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1");
+    auto const token = tokenSubscription();
     EXPECT_EQ(subscribe(client, token, response, state), 0u);
     EXPECT_EQ(response.getStatus(), 503);
     EXPECT_EQ(state.note.rfind("not sent, WebSocket connect to " + where + " failed: ", 0), 0u) << state.note;
@@ -151,65 +145,6 @@ TEST_F(HostRsiClientTest, HangingNameLookupIsCutOffByTheTimeOutAndNothingIsSent)
     EXPECT_EQ(get(client).getStatus(), 200) << "the late answer of the lookup is used";
 }
 
-// A backend that answers the first request and drops the connection after reading the second,
-// without answering it.
-class AnswerOnceThenDrop {
-public:
-    AnswerOnceThenDrop() : m_thread([this] { serve(); }) {}
-    ~AnswerOnceThenDrop() { m_thread.join(); }
-
-    std::uint16_t port() const { return m_acceptor.local_endpoint().port(); }
-    // Connections made to us and not taken: a client that tried again.
-    int connectionsWaiting() {
-        m_acceptor.non_blocking(true);
-        int waiting = 0;
-        boost::system::error_code error;
-        for (;;) {
-            boost::asio::ip::tcp::socket socket = m_acceptor.accept(error);
-            if (error) {
-                return waiting;
-            }
-            ++waiting;
-        }
-    }
-
-private:
-    void serve() {
-        namespace http = boost::beast::http;
-        boost::system::error_code error;
-        boost::asio::ip::tcp::socket socket = m_acceptor.accept(error);
-        boost::beast::flat_buffer buffer;
-        http::request<http::string_body> first;
-        http::read(socket, buffer, first, error);
-        http::response<http::string_body> answer{http::status::ok, 11};
-        answer.keep_alive(true);
-        answer.prepare_payload();
-        http::write(socket, answer, error);
-        http::request<http::string_body> second;
-        http::read(socket, buffer, second, error);
-        socket.close(error);
-    }
-
-    boost::asio::io_context m_ioc;
-    boost::asio::ip::tcp::acceptor m_acceptor{m_ioc, {boost::asio::ip::make_address("127.0.0.1"), 0}};
-    std::thread m_thread;
-};
-
-TEST(HostRsiClientLostAnswerTest, RequestThatReachedTheBackendIsNeverSentAgain) {
-    LogWaiter log;
-    AnswerOnceThenDrop backend;
-    HostRsiClient client(clientOptions(backend.port(), 1000));
-    auto const request = makeRequest(RequestTypePostElement, 6, "backendjobs", "jobs", "job-1");
-    Response first;
-    client.request(*request, first);
-    EXPECT_EQ(first.getStatus(), 200);
-    Response second;
-    RequestState const state = client.request(*request, second);
-    EXPECT_EQ(second.getStatus(), 504) << "sent, so not retried by the framework either";
-    EXPECT_EQ(state.note.rfind("connection broken after sending: ", 0), 0u) << state.note;
-    EXPECT_EQ(backend.connectionsWaiting(), 0) << "the request was not sent again on a new connection";
-}
-
 // Holds the last reference to the client and lets go of it while handling an event.
 class LastOwnerHandler : public EventHandler {
 public:
@@ -234,7 +169,7 @@ TEST_F(HostRsiClientTest, ClientReleasedDuringAnEventShutsDownCleanly) {
     auto released = handler->released.get_future();
     Response response;
     RequestState state;
-    auto const token = makeRequest(RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1");
+    auto const token = tokenSubscription();
     ASSERT_NE(handler->client->subscribe(*token, response, state, handler, 0, 0), 0u);
     simulator.rotateToken("tok-1");
     ASSERT_EQ(released.wait_for(std::chrono::milliseconds(WAIT_LIMIT_MS)), std::future_status::ready);

@@ -1,13 +1,19 @@
-// Helpers of the host RSI integration tests: a log sink that lets a test wait for a line, and the
-// simulator scenario the tests share. Waits use real time only as a safety limit.
+// Helpers of the host RSI integration tests: the simulator scenario, requests and client options
+// they share, a wrapper started over a host client, and a log sink that lets a test wait for a
+// line. Waits use real time only as a safety limit.
 #pragma once
 
 #include "common/Logger.h"
+#include "rsi/RSIClientWrapper.h"
 #include "rsi/Request.h"
+#include "rsi/RequestType.h"
+#include "rsi/SharedRsiClient.h"
 #include "rsi/host/HostRsiClient.h"
+#include "support/InMemoryRsiClient.h"
 #include "support/RsiRecorders.h"
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,16 +29,12 @@ inline constexpr char const* SCENARIO = R"({
   "kvs": [{"id": "kvs-1", "name": "demo.settings", "value": "v1"}]
 })";
 
-inline std::shared_ptr<rsi::client::Request> makeRequest(std::uint32_t type, std::uint32_t requestId,
-                                                        std::string service, std::string resource = {},
-                                                        std::string element = {}) {
-    auto request = std::make_shared<rsi::client::Request>();
-    request->type = type;
-    request->requestId = requestId;
-    request->service = std::move(service);
-    request->resource = std::move(resource);
-    request->element = std::move(element);
-    return request;
+// The requests most tests make: one KVS item read and the token subscription.
+inline std::shared_ptr<rsi::client::Request> kvsRead() {
+    return makeRequest(rsi::client::RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1");
+}
+inline std::shared_ptr<rsi::client::Request> tokenSubscription() {
+    return makeRequest(rsi::client::RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1");
 }
 
 inline rsi::client::host::HostRsiClient::Options clientOptions(std::uint16_t port, std::uint32_t timeoutMs = 2000) {
@@ -44,6 +46,25 @@ inline rsi::client::host::HostRsiClient::Options clientOptions(std::uint16_t por
     options.webSocket.maxEventBytes = 64 * 1024;
     options.webSocket.maxMessageBytes = 256 * 1024;
     return options;
+}
+
+// A started wrapper over `client`, which it keeps (the process-wide client is uninstalled again).
+inline std::shared_ptr<onlineservices::framework::core::RSIClientWrapper> startWrapperOver(
+    std::shared_ptr<rsi::client::host::HostRsiClient> const& client) {
+    rsi::client::SetSharedRsiClient(client);
+    auto wrapper = std::make_shared<onlineservices::framework::core::RSIClientWrapper>(
+        std::make_shared<onlineservices::framework::FrameworkConfig>());
+    rsi::client::SetSharedRsiClient(nullptr);
+    wrapper->start();
+    return wrapper;
+}
+
+// Milliseconds `action` took on a steady clock.
+template <typename Action>
+std::int64_t elapsedMs(Action&& action) {
+    auto const started = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();
 }
 
 // Installed while it lives; lets a test wait until a line was logged (at Info or above).

@@ -2,21 +2,15 @@
 // never answers: the call is cut short, not waited out, and its job reports as cancelled.
 #include "IntegrationSupport.h"
 #include "RawPeer.h"
-#include "rsi/RSIClientWrapper.h"
-#include "rsi/SharedRsiClient.h"
 
 #include <gtest/gtest.h>
 
 #include <boost/beast/websocket.hpp>
 
-#include <chrono>
-
 namespace qel::test {
 namespace {
 
 using namespace rsi::client;
-using onlineservices::framework::FrameworkConfig;
-using onlineservices::framework::core::RSIClientWrapper;
 
 constexpr std::int64_t SHUTDOWN_BOUND_MS = 1500;
 constexpr std::uint32_t LONG_TIMEOUT_MS = 20000;  // far beyond the bound: only cancelling can meet it
@@ -31,84 +25,58 @@ void acceptWebSocketThenStayQuiet(RawPeer::Socket& connection) {
     socket.accept(ignored);
 }
 
-class StalledBackendTest : public ::testing::Test {
-protected:
-    void startWrapper(std::uint16_t port) {
-        client = std::make_shared<host::HostRsiClient>(clientOptions(port, LONG_TIMEOUT_MS));
-        SetSharedRsiClient(client);
-        auto config = std::make_shared<FrameworkConfig>();
-        config->loggerName = "framework_stalled";
-        wrapper = std::make_shared<RSIClientWrapper>(config);
-        SetSharedRsiClient(nullptr);  // the wrapper keeps its client
-        wrapper->start();
+struct StalledWorker {
+    explicit StalledWorker(RawPeer::Serve serve) : backend(std::make_unique<RawPeer>(std::move(serve))) {}
+    std::int64_t destroyMs() {
+        return elapsedMs([&] {
+            wrapper.reset();
+            client.reset();
+        });
     }
 
-    // Milliseconds on a steady clock.
-    template <typename Action>
-    static std::int64_t timed(Action&& action) {
-        auto const started = std::chrono::steady_clock::now();
-        action();
-        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started)
-            .count();
-    }
-
+    std::unique_ptr<RawPeer> backend;
+    std::shared_ptr<host::HostRsiClient> client =
+        std::make_shared<host::HostRsiClient>(clientOptions(backend->port(), LONG_TIMEOUT_MS));
+    std::shared_ptr<onlineservices::framework::core::RSIClientWrapper> wrapper = startWrapperOver(client);
     std::shared_ptr<RecordingHandler> handler = std::make_shared<RecordingHandler>();
-    std::shared_ptr<host::HostRsiClient> client;
-    std::shared_ptr<RSIClientWrapper> wrapper;
 };
 
-TEST_F(StalledBackendTest, StopCutsAnUnansweredRequestShortAndReportsItCancelled) {
-    RawPeer backend(stayQuiet);
-    startWrapper(backend.port());
-    wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
-    wrapper->subscribe(makeRequest(RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1"),
-                       handler, handler);
-    ASSERT_TRUE(backend.waitForConnections(1));
+TEST(StalledBackendTest, StopCutsAnUnansweredRequestShortAndReportsItCancelled) {
+    StalledWorker stalled(stayQuiet);
+    stalled.wrapper->sendRequest(kvsRead(), stalled.handler);
+    stalled.wrapper->subscribe(tokenSubscription(), stalled.handler, stalled.handler);
+    ASSERT_TRUE(stalled.backend->waitForConnections(1));
 
-    EXPECT_LT(timed([&] { wrapper->stop(); }), SHUTDOWN_BOUND_MS);
-    auto const responses = handler->responses.all();
+    EXPECT_LT(elapsedMs([&] { stalled.wrapper->stop(); }), SHUTDOWN_BOUND_MS);
+    auto const responses = stalled.handler->responses.all();
     ASSERT_EQ(responses.size(), 1u) << "the queued subscription is dropped unheard";
     EXPECT_EQ(responses[0].stateValue, RequestStateSucceeded);
     EXPECT_EQ(responses[0].status, 0) << "an empty response";
     EXPECT_EQ(responses[0].body, "null");
-    EXPECT_LT(timed([&] {
-                  wrapper.reset();
-                  client.reset();
-              }),
-              SHUTDOWN_BOUND_MS);
+    EXPECT_LT(stalled.destroyMs(), SHUTDOWN_BOUND_MS);
 }
 
-TEST_F(StalledBackendTest, DestroyingTheWorkerCutsAStalledWebSocketHandshakeShort) {
-    RawPeer backend(stayQuiet);
-    startWrapper(backend.port());
-    wrapper->subscribe(makeRequest(RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1"),
-                       handler, handler);
-    ASSERT_TRUE(backend.waitForConnections(1));
+// A stalled connect of the WebSocket, cut by destroying the worker, and a subscription never
+// acknowledged on an open WebSocket, cut by stopping it.
+TEST(StalledBackendTest, ShutdownCutsAStalledSubscriptionShort) {
+    for (bool const handshakeStalls : {true, false}) {
+        SCOPED_TRACE(handshakeStalls ? "stalled handshake" : "unacknowledged subscription");
+        StalledWorker stalled(handshakeStalls ? RawPeer::Serve(stayQuiet)
+                                              : RawPeer::Serve(acceptWebSocketThenStayQuiet));
+        stalled.wrapper->subscribe(tokenSubscription(), stalled.handler, stalled.handler);
+        ASSERT_TRUE(stalled.backend->waitForConnections(1));
 
-    EXPECT_LT(timed([&] {
-                  wrapper.reset();
-                  client.reset();
-              }),
-              SHUTDOWN_BOUND_MS);
-    auto const responses = handler->responses.all();
-    ASSERT_EQ(responses.size(), 1u);
-    EXPECT_EQ(responses[0].stateValue, 0);
-    EXPECT_EQ(responses[0].status, 0);
-}
-
-TEST_F(StalledBackendTest, StopCutsShortASubscriptionThatIsNeverAcknowledged) {
-    auto backend = std::make_unique<RawPeer>(acceptWebSocketThenStayQuiet);
-    startWrapper(backend->port());
-    wrapper->subscribe(makeRequest(RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1"),
-                       handler, handler);
-    ASSERT_TRUE(backend->waitForConnections(1));
-
-    EXPECT_LT(timed([&] { wrapper->stop(); }), SHUTDOWN_BOUND_MS);
-    auto const responses = handler->responses.all();
-    ASSERT_EQ(responses.size(), 1u);
-    EXPECT_EQ(responses[0].stateValue, 0);
-    EXPECT_EQ(responses[0].status, 0);
-    backend.reset();  // lets the client's WebSocket go without a close handshake to wait for
+        if (handshakeStalls) {
+            EXPECT_LT(stalled.destroyMs(), SHUTDOWN_BOUND_MS);
+        } else {
+            EXPECT_LT(elapsedMs([&] { stalled.wrapper->stop(); }), SHUTDOWN_BOUND_MS);
+        }
+        auto const responses = stalled.handler->responses.all();
+        ASSERT_EQ(responses.size(), 1u);
+        EXPECT_EQ(responses[0].stateValue, 0);
+        EXPECT_EQ(responses[0].status, 0);
+        stalled.backend.reset();  // lets the client's WebSocket go without a close handshake to wait for
+    }
 }
 
 }  // namespace

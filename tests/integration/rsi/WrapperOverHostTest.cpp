@@ -2,8 +2,6 @@
 #include "BackendSimulator.h"
 #include "IntegrationSupport.h"
 #include "dataformats/Value.h"
-#include "rsi/RSIClientWrapper.h"
-#include "rsi/SharedRsiClient.h"
 #include "support/ManualClock.h"
 #include "support/RsiWorkerDriver.h"
 
@@ -15,7 +13,6 @@ namespace qel::test {
 namespace {
 
 using namespace rsi::client;
-using onlineservices::framework::FrameworkConfig;
 using onlineservices::framework::core::RSIClientWrapper;
 using sim::backend::BackendSimulator;
 
@@ -26,18 +23,12 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(simulator.loadScenario(SCENARIO));
         ASSERT_TRUE(simulator.start());
-        SetSharedRsiClient(std::make_shared<host::HostRsiClient>(clientOptions(simulator.port())));
-        auto config = std::make_shared<FrameworkConfig>();
-        config->loggerName = "framework_integration";
-        wrapper = std::make_shared<RSIClientWrapper>(config);
-        SetSharedRsiClient(nullptr);  // the wrapper keeps its client
-        wrapper->start();
+        wrapper = startWrapperOver(std::make_shared<host::HostRsiClient>(clientOptions(simulator.port())));
     }
     void TearDown() override { wrapper->stop(); }
 
     unsigned subscribeToToken() {
-        unsigned const id = wrapper->subscribe(
-            makeRequest(RequestTypeSubscribeElement, 2, "tokenmanagement", "accessTokens", "tok-1"), handler, handler);
+        unsigned const id = wrapper->subscribe(tokenSubscription(), handler, handler);
         EXPECT_TRUE(handler->responses.waitFor(1));
         EXPECT_TRUE(handler->events.waitFor(1));
         return id;
@@ -122,7 +113,7 @@ TEST_F(WrapperOverHostTest, EventsArriveInOrderAsSentAndUnsubscribeIsSentOnce) {
 
 TEST_F(WrapperOverHostTest, Injected500IsRetriedOnTheClockAnd504IsNot) {
     simulator.failNext("/onlinekvs/items/kvs-1", 500);
-    wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
+    wrapper->sendRequest(kvsRead(), handler);
     ASSERT_TRUE(drainWorker(*wrapper));
     EXPECT_TRUE(handler->responses.all().empty());
     clock.advance(FIRST_RETRY_MS);
@@ -135,7 +126,7 @@ TEST_F(WrapperOverHostTest, Injected500IsRetriedOnTheClockAnd504IsNot) {
     EXPECT_NE(handler->responses.all()[0].body.find(R"("value":"v1")"), std::string::npos);
 
     simulator.failNext("/onlinekvs/items/kvs-1", 504);
-    wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
+    wrapper->sendRequest(kvsRead(), handler);
     ASSERT_TRUE(handler->responses.waitFor(2));
     EXPECT_EQ(handler->responses.all()[1].status, 504);
     clock.advance(10 * FIRST_RETRY_MS);
@@ -164,7 +155,7 @@ TEST_F(WrapperOverHostTest, RequestMadeWhileTheBackendIsDownIsRetriedAndAnswered
     ASSERT_TRUE(log.waitFor("Subscription websocket closed"));
     simulator.clearReceived();
 
-    wrapper->sendRequest(makeRequest(RequestTypeGetElement, 4, "onlinekvs", "items", "kvs-1"), handler);
+    wrapper->sendRequest(kvsRead(), handler);
     ASSERT_TRUE(log.waitFor("RSI request failed with HTTP 503"));
     ASSERT_TRUE(drainWorker(*wrapper));
     EXPECT_EQ(handler->responses.size(), 1u) << "a request that was not sent is retried, not answered";

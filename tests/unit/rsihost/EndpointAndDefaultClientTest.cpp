@@ -54,25 +54,18 @@ TEST_F(RsiEndpointTest, EnvironmentWinsOverIniWhichWinsOverTheDefault) {
     EXPECT_TRUE(log.contains(LogLevel::Info, "RSI backend endpoint localhost:9100"));
 }
 
-TEST_F(RsiEndpointTest, UnusableValuesAreLoggedAndIgnored) {
-    std::string const ini = writeIni("[RSI_SERVICE]\nIP_ADDRESS=\nPORT=70000\n");
+TEST_F(RsiEndpointTest, UnusableValuesAreLoggedAndIgnoredAndWebSocketBoundsAreRead) {
+    std::string const ini = writeIni(
+        "[RSI_SERVICE]\nIP_ADDRESS=\nPORT=70000\nWS_MAX_EVENT_BYTES=4194304\nWS_IDLE_TIMEOUT_MS=-5\n");
     setenv("QEL_RSI_PORT", "80x", 1);
     EXPECT_EQ(RsiEndpoint::resolve(ini).text(), "127.0.0.1:8080");
     EXPECT_TRUE(log.contains(LogLevel::Warning, "Ignoring RSI_SERVICE/PORT 70000 of " + ini));
     EXPECT_TRUE(log.contains(LogLevel::Warning, "Ignoring QEL_RSI_PORT='80x'"));
-}
 
-TEST_F(RsiEndpointTest, WebSocketBoundsComeFromTheEndpointSectionWhenPositive) {
-    using rsi::client::host::HostRsiClient;
-    auto const defaults = HostRsiClient::defaultOptions(m_iniPath);
-    EXPECT_EQ(defaults.webSocket.maxEventBytes, 1048576u);
-    EXPECT_EQ(defaults.webSocket.idleTimeoutMs, 20000u);
-
-    auto const tuned = HostRsiClient::defaultOptions(
-        writeIni("[RSI_SERVICE]\nPORT=9000\nWS_MAX_EVENT_BYTES=4194304\nWS_IDLE_TIMEOUT_MS=-5\n"));
-    EXPECT_EQ(tuned.endpoint.text(), "127.0.0.1:9000");
-    EXPECT_EQ(tuned.webSocket.maxEventBytes, 4194304u);
-    EXPECT_EQ(tuned.webSocket.idleTimeoutMs, 20000u);
+    auto const options = rsi::client::host::HostRsiClient::defaultOptions(ini);
+    EXPECT_EQ(options.endpoint.text(), "127.0.0.1:8080");
+    EXPECT_EQ(options.webSocket.maxEventBytes, 4194304u);
+    EXPECT_EQ(options.webSocket.idleTimeoutMs, 20000u) << "only positive bounds are taken";
     EXPECT_TRUE(log.contains(LogLevel::Warning, "Ignoring RSI_SERVICE/WS_IDLE_TIMEOUT_MS -5"));
 }
 

@@ -42,17 +42,6 @@ TEST(HttpAnswerReaderTest, InterimAnswersAreSkippedWhereverTheBytesAreCut) {
     }
 }
 
-TEST(HttpAnswerReaderTest, BytesAfterTheAnswerMakeTheConnectionUnusable) {
-    HttpAnswerReader reader(BOUND);
-    std::string const bytes = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}HTTP/1.1 200 OK\r\n";
-    ASSERT_EQ(reader.feed(bytes.data(), bytes.size()), Progress::Complete);
-    EXPECT_EQ(reader.leftoverBytes(), 17u);
-    EXPECT_FALSE(reader.isReusable());
-    EXPECT_EQ(reader.feed("more", 4), Progress::Complete);
-    EXPECT_EQ(reader.leftoverBytes(), 21u);
-    EXPECT_EQ(bodyOf(reader), "200 {}");
-}
-
 TEST(HttpAnswerReaderTest, CloseEndsAnAnswerWithoutLengthAndFailsAnUnfinishedOne) {
     HttpAnswerReader untilClose(BOUND);
     std::string const open = "HTTP/1.0 200 OK\r\n\r\n[1,2]";

@@ -1,5 +1,5 @@
-#include "rsi/Request.h"
 #include "rsi/host/RsiWireFormat.h"
+#include "support/InMemoryRsiClient.h"
 
 #include <gtest/gtest.h>
 
@@ -9,28 +9,20 @@ namespace {
 using namespace rsi::client;
 namespace wire = rsi::client::host::wire;
 
-Request request(std::uint32_t type, std::string service, std::string resource = {}, std::string element = {}) {
-    Request result;
-    result.type = type;
-    result.service = std::move(service);
-    result.resource = std::move(resource);
-    result.element = std::move(element);
-    return result;
-}
-
 TEST(RsiWireFormat, TargetFollowsTheRequestTypeAndEncodesTheQuery) {
-    EXPECT_EQ(wire::targetOf(request(RequestTypeGetResource, "onlinekvs", "items")), "/onlinekvs/items");
-    EXPECT_EQ(wire::targetOf(request(RequestTypePostElement, "backendjobs", "jobs", "j1")), "/backendjobs/jobs/j1");
-    EXPECT_EQ(wire::targetOf(request(RequestTypeGetService, "servicemanagement")), "/servicemanagement/");
+    EXPECT_EQ(wire::targetOf(*makeRequest(RequestTypeGetResource, 0, "onlinekvs", "items")), "/onlinekvs/items");
+    EXPECT_EQ(wire::targetOf(*makeRequest(RequestTypePostElement, 0, "backendjobs", "jobs", "j1")),
+              "/backendjobs/jobs/j1");
+    EXPECT_EQ(wire::targetOf(*makeRequest(RequestTypeGetService, 0, "servicemanagement")), "/servicemanagement/");
 
-    auto lookup = request(RequestTypeGetElement, "capabilitiesmanagement", "capabilities");
-    lookup.queryParameters = {{"serviceHostSystem", "005F"}, {"name", "seat heating/2"}};
-    EXPECT_EQ(wire::targetOf(lookup),
+    auto lookup = makeRequest(RequestTypeGetElement, 0, "capabilitiesmanagement", "capabilities");
+    lookup->queryParameters = {{"serviceHostSystem", "005F"}, {"name", "seat heating/2"}};
+    EXPECT_EQ(wire::targetOf(*lookup),
               "/capabilitiesmanagement/capabilities/?name=seat%20heating%2F2&serviceHostSystem=005F");
 
-    auto root = request(RequestTypeSubscribeRoot, "ignored");
-    root.queryParameters = {{"name", "onlinekvs"}};
-    EXPECT_EQ(wire::targetOf(root), "/?name=onlinekvs");
+    auto root = makeRequest(RequestTypeSubscribeRoot, 0, "ignored");
+    root->queryParameters = {{"name", "onlinekvs"}};
+    EXPECT_EQ(wire::targetOf(*root), "/?name=onlinekvs");
 }
 
 TEST(RsiWireFormat, QueryDecodingIsLenientAndInvertsEncoding) {
