@@ -1,11 +1,15 @@
 #include "NetworkingRig.h"
 
+#include "commonapi/EventDispatcher.h"
 #include "common/Thread.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
 #include <unistd.h>
+
+#include <atomic>
+#include <future>
 
 namespace {
 
@@ -24,6 +28,28 @@ std::string text(AvailabilityStatus status) {
     return status == AvailabilityStatus::AVAILABLE ? "AVAILABLE"
                                                    : status == AvailabilityStatus::NOT_AVAILABLE ? "NOT_AVAILABLE"
                                                                                                  : "UNKNOWN";
+}
+
+// A job may hold the last reference to a proxy, and through it to the dispatcher running the job.
+TEST(EventDispatcherLifetime, ReleasedInsideItsOwnJobFinishesWhatWasPostedAndIsJoinedLater) {
+    auto dispatcher = std::make_shared<CommonAPI::EventDispatcher>("capi-test");
+    std::promise<void> gate;
+    std::promise<void> lastRan;
+    std::atomic<int> ran{0};
+    dispatcher->post([keep = dispatcher, opened = gate.get_future().share(), &ran]() mutable {
+        opened.wait();
+        ++ran;
+        keep.reset();  // the last owner goes on the dispatcher's own thread
+    });
+    dispatcher->post([&ran, &lastRan] {
+        ++ran;
+        lastRan.set_value();
+    });
+    dispatcher.reset();
+    gate.set_value();
+    ASSERT_EQ(lastRan.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    qel::common::system::joinRetiredThreads();  // returns once the thread has ended
+    EXPECT_EQ(ran.load(), 2);
 }
 
 TEST(CommonApiInProcess, AvailabilityAndOcuEventsFollowTheServiceOnTheBindingThread) {
