@@ -60,7 +60,7 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
             finish(error);
             return;
         }
-        heard = true;
+        heardNow();
         if (!ws.is_message_done()) {
             readNext();
             return;
@@ -109,13 +109,19 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
         });
     }
 
-    // Dead-link detection, once per half of the idle bound instead of a timer re-armed on every
-    // read: a half without anything heard sends a ping, a second one ends the connection.
+    // Dead-link detection. A read only notes the time; the timer runs once per half of the idle
+    // bound at most, instead of being re-armed on every read.
+    void heardNow() {
+        lastHeard = std::chrono::steady_clock::now();
+        pinged = false;
+    }
+
     void watchLink() {
         if (limits.idleTimeoutMs == 0) {
             return;
         }
-        linkTimer.expires_after(std::chrono::milliseconds(limits.idleTimeoutMs) / 2);
+        std::chrono::milliseconds const idle(limits.idleTimeoutMs);
+        linkTimer.expires_at(lastHeard + (pinged ? idle : idle / 2));
         linkTimer.async_wait([this](beast::error_code error) {
             if (!error && !ended) {
                 checkLink();
@@ -127,17 +133,21 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
         if (closing) {
             return;  // the close handshake has its own bound
         }
-        if (heard) {
-            heard = false;
-            pinged = false;
-        } else if (!pinged) {
-            // Control frames may go out beside a message write, never beside the close frame.
-            pinged = true;
-            ws.async_ping({}, [](beast::error_code) {});
-        } else {
+        std::chrono::milliseconds const idle(limits.idleTimeoutMs);
+        auto const quiet = std::chrono::steady_clock::now() - lastHeard;
+        if (quiet >= idle) {
             silent = true;
             beast::get_lowest_layer(ws).close();
             return;
+        }
+        if (quiet >= idle / 2 && !pinged) {
+            pinged = true;
+            // Control frames may go out beside a message write, but one at a time and never
+            // beside the close frame.
+            if (!pingInFlight) {
+                pingInFlight = true;
+                ws.async_ping({}, [this](beast::error_code) { pingInFlight = false; });
+            }
         }
         watchLink();
     }
@@ -215,9 +225,10 @@ struct __attribute__((visibility("hidden"))) WebSocketSession::Impl {
     bool closing = false;
     bool ended = false;
     net::steady_timer linkTimer{ioc};
-    bool heard = false;   // anything received since the last check, control frames included
-    bool pinged = false;  // the last check sent a ping
-    bool silent = false;  // ended by the dead-link check
+    std::chrono::steady_clock::time_point lastHeard;  // anything received, control frames included
+    bool pinged = false;        // a ping went out since then
+    bool pingInFlight = false;  // its write has not completed yet
+    bool silent = false;        // ended by the dead-link check
 };
 
 WebSocketSession::WebSocketSession(RsiEndpoint endpoint, WebSocketLimits const& limits, Callbacks callbacks)
@@ -275,7 +286,7 @@ bool WebSocketSession::connect(std::vector<std::string> const& addresses, std::u
     lowest.expires_never();
     impl.ws.set_option(websocket::stream_base::timeout{std::chrono::milliseconds(impl.limits.closeTimeoutMs),
                                                        websocket::stream_base::none(), false});
-    impl.ws.control_callback([impl = &impl](websocket::frame_type, beast::string_view) { impl->heard = true; });
+    impl.ws.control_callback([impl = &impl](websocket::frame_type, beast::string_view) { impl->heardNow(); });
     impl.connected = true;
     return true;
 }
@@ -294,6 +305,7 @@ void WebSocketSession::start() {
     m_reader = std::thread([impl = m_impl] {
         common::system::setCurrentThreadName("rsi-ws-reader");
         t_isReaderThread = true;
+        impl->heardNow();
         impl->readNext();
         impl->watchLink();
         impl->ioc.restart();
