@@ -32,11 +32,10 @@ struct Received {
 template <typename T>
 class Recorder {
 public:
+    // Notifies under the lock: a waiter that saw its count may destroy the recorder at once.
     void add(T value) {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_values.push_back(std::move(value));
-        }
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_values.push_back(std::move(value));
         m_changed.notify_all();
     }
     std::vector<T> all() const {

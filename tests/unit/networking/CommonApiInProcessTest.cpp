@@ -80,7 +80,8 @@ TEST(CommonApiInProcess, AvailabilityAndOcuEventsFollowTheServiceOnTheBindingThr
 
     // A second listener hears the current status alone; unsubscribed listeners hear nothing.
     Recorder<std::string> late;
-    proxy->getProxyStatusEvent().subscribe([&late](AvailabilityStatus const& value) { late.add(text(value)); });
+    auto const lateStatus =
+        proxy->getProxyStatusEvent().subscribe([&late](AvailabilityStatus const& value) { late.add(text(value)); });
     ASSERT_TRUE(late.waitFor(1));
     EXPECT_EQ(late.all(), std::vector<std::string>{"AVAILABLE"});
     proxy->getOcuConnStateChangeEvent().unsubscribe(ocu);
@@ -89,6 +90,7 @@ TEST(CommonApiInProcess, AvailabilityAndOcuEventsFollowTheServiceOnTheBindingThr
     simulator.leaveBus();
     ASSERT_TRUE(late.waitFor(2));
     EXPECT_EQ(events.size(), 5u);
+    proxy->getProxyStatusEvent().unsubscribe(lateStatus);
 }
 
 TEST(CommonApiInProcess, CallsReachTheServiceAndFailuresLeaveTheOutArgumentsAlone) {
