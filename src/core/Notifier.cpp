@@ -136,7 +136,8 @@ void Notifier::notifyAccessToken(std::string const& serviceId,
     deliver(fanOut(m_serviceDataListeners, "Access Token listener expired, removing!",
                    // The record is not changed after it was handed here: its text is not copied.
                    [serviceId, token](IServiceDataListener& listener) {
-                       listener.onTokenChanged(serviceId, token ? token->token : std::string());
+                       static std::string const none;
+                       listener.onTokenChanged(serviceId, token ? token->token : none);
                    }));
 }
 
