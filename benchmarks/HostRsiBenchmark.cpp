@@ -18,6 +18,7 @@
 #include "config/FrameworkConfig.h"
 #include "core/Notifier.h"
 #include "dataformats/Json.h"
+#include "dataformats/TreeReturn.h"
 #include "rsi/RSIClientWrapper.h"
 #include "rsi/SharedRsiClient.h"
 #include "rsi/host/HostRsiClient.h"
@@ -611,15 +612,18 @@ void TokenEvent_ItemThroughput(benchmark::State& state) {
     item->handleURI("/tokenmanagement/accessTokens/tok-1");
     std::string const event = tokenEventText();
     RequestState const succeeded(RequestStateSucceeded, "");
+    // As the WebSocket channel does: the parsing thread frees the trees the item let go of.
+    auto const trees = std::make_shared<qel::dataformats::data::TreeReturn>();
     long delivered = 0;
     std::uint64_t allocations = 0;
     for (auto _ : state) {
         std::uint64_t const before = qel::benchmarks::allocationCount();
         for (int i = 0; i < THROUGHPUT_BATCH; ++i) {
+            trees->freeReturned();
             Response response;
             response.setStatus(200);
             response.setId(2);  // the element subscription
-            response.setData(qel::dataformats::json::parse(event));
+            response.setSharedData(trees->share(qel::dataformats::json::parse(event)));
             item->handleEvent(succeeded, response);
         }
         delivered += THROUGHPUT_BATCH;

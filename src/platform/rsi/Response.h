@@ -38,6 +38,7 @@ public:
 
     void setStatus(std::int16_t status) { m_status = status; }
     void setData(std::unique_ptr<qel::dataformats::data::Value> data) { m_data = std::move(data); }
+    void setSharedData(std::shared_ptr<qel::dataformats::data::Value const> data) { m_data = std::move(data); }
     void setEtag(std::string etag) { m_etag = std::move(etag); }
     void setLocation(std::string location) { m_location = std::move(location); }
     void setId(std::uint32_t id) { m_id = id; }

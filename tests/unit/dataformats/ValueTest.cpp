@@ -1,9 +1,11 @@
 #include "dataformats/Json.h"
+#include "dataformats/TreeReturn.h"
 #include "dataformats/Value.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 using namespace qel::dataformats::data;
 namespace json = qel::dataformats::json;
@@ -64,4 +66,26 @@ TEST(Value, BuildersIgnoreNull) {
     Array array;
     EXPECT_EQ(array.pushNew(nullptr), nullptr);
     EXPECT_TRUE(array.elements().empty());
+}
+
+// A reader on another thread lets go of a shared tree: it waits for its builder's next free.
+TEST(TreeReturn, TreeReleasedByAReaderIsFreedByItsBuilderAndLeftoversWithTheLastOwner) {
+    auto trees = std::make_shared<TreeReturn>();
+    EXPECT_EQ(trees->share(nullptr), nullptr);
+    auto shared = trees->share(json::parse(DOCUMENT));
+    ASSERT_NE(shared, nullptr);
+    std::thread reader([tree = std::move(shared)]() mutable {
+        EXPECT_EQ(json::stringify(tree.get()), DOCUMENT);
+        tree.reset();
+    });
+    reader.join();
+    EXPECT_EQ(trees->returnedCount(), 1u);
+    trees->freeReturned();
+    EXPECT_EQ(trees->returnedCount(), 0u);
+
+    // Outliving the builder's object: the tree is freed with its last reader (a leak shows under asan).
+    auto outliving = trees->share(json::parse(DOCUMENT));
+    trees.reset();
+    EXPECT_EQ(json::stringify(outliving.get()), DOCUMENT);
+    outliving.reset();
 }

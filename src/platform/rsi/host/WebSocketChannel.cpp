@@ -242,6 +242,7 @@ std::uint32_t WebSocketChannel::fail(std::string const& description, std::string
 }
 
 void WebSocketChannel::onMessage(std::string_view text) {
+    m_trees->freeReturned();
     auto message = dataformats::json::parse(text);
     if (message == nullptr) {
         m_logger << LogLevel::Warning << "Refused WebSocket message that is not valid JSON (" << text.size()
@@ -332,12 +333,13 @@ void WebSocketChannel::onEvent(std::unique_ptr<Value> message, std::size_t size)
         Response response;
         response.setStatus(200);
         response.setId(requestId);
-        response.setData(std::move(event));
+        response.setSharedData(m_trees->share(std::move(event)));
         handler->handleEvent(RequestState(RequestStateSucceeded, ""), response);
     }
 }
 
 void WebSocketChannel::onClosed(std::string const& reason) {
+    m_trees->freeReturned();
     std::map<std::uint32_t, Live> lost;
     bool shuttingDown = false;
     {

@@ -21,6 +21,7 @@
 
 #include "common/Logger.h"
 #include "dataformats/Ref.h"
+#include "dataformats/TreeReturn.h"
 #include "rsi/EventHandler.h"
 #include "rsi/Request.h"
 #include "rsi/RequestState.h"
@@ -92,6 +93,9 @@ private:
     WebSocketLimits const m_limits;
     WebSocketLink::Factory const m_link;
     NameResolver m_resolver;
+    // Events go to the items' threads; their trees come back to be freed on the reader thread.
+    std::shared_ptr<dataformats::data::TreeReturn> const m_trees =
+        std::make_shared<dataformats::data::TreeReturn>();
 
     std::mutex m_connectMutex;  // serialises connecting; taken before m_mutex
     std::mutex m_mutex;
