@@ -619,12 +619,12 @@ void TokenEvent_ItemThroughput(benchmark::State& state) {
     for (auto _ : state) {
         std::uint64_t const before = qel::benchmarks::allocationCount();
         for (int i = 0; i < THROUGHPUT_BATCH; ++i) {
-            trees->freeReturned();
             Response response;
             response.setStatus(200);
             response.setId(2);  // the element subscription
             response.setSharedData(trees->share(qel::dataformats::json::parse(event)));
             item->handleEvent(succeeded, response);
+            trees->freeReturned();
         }
         delivered += THROUGHPUT_BATCH;
         Clock::time_point arrived;

@@ -242,7 +242,6 @@ std::uint32_t WebSocketChannel::fail(std::string const& description, std::string
 }
 
 void WebSocketChannel::onMessage(std::string_view text) {
-    m_trees->freeReturned();
     auto message = dataformats::json::parse(text);
     if (message == nullptr) {
         m_logger << LogLevel::Warning << "Refused WebSocket message that is not valid JSON (" << text.size()
@@ -329,13 +328,16 @@ void WebSocketChannel::onEvent(std::unique_ptr<Value> message, std::size_t size)
         return;
     }
     // Last use of the channel: releasing the handler may destroy it.
+    auto const trees = m_trees;
     if (auto const handler = target.lock()) {
         Response response;
         response.setStatus(200);
         response.setId(requestId);
-        response.setSharedData(m_trees->share(std::move(event)));
+        response.setSharedData(trees->share(std::move(event)));
         handler->handleEvent(RequestState(RequestStateSucceeded, ""), response);
     }
+    // After the hand-over, so that freeing earlier events does not delay this one.
+    trees->freeReturned();
 }
 
 void WebSocketChannel::onClosed(std::string const& reason) {
