@@ -415,10 +415,8 @@ void TokenEvent_Parse(benchmark::State& state) {
 }
 BENCHMARK(TokenEvent_Parse);
 
-// One event at a time: from the moment the backend starts writing until the listener runs.
-void TokenEvent_SocketToListenerLatency(benchmark::State& state) {
-    TokenEventBackend backend;
-    TokenPath path(backend.port());
+// One event at a time: from the moment the backend starts writing until `listener` heard it.
+void measureLatency(benchmark::State& state, TokenEventBackend& backend, ArrivalRecorder& listener) {
     if (!backend.waitSubscribed()) {
         state.SkipWithError("no subscription");
         return;
@@ -429,13 +427,44 @@ void TokenEvent_SocketToListenerLatency(benchmark::State& state) {
     for (auto _ : state) {
         backend.send(1);
         Clock::time_point arrived;
-        if (!path.listener->waitFor(++delivered, arrived)) {
+        if (!listener.waitFor(++delivered, arrived)) {
             state.SkipWithError("event lost");
             break;
         }
         samples.push_back(microsecondsBetween(backend.lastSent(), arrived));
     }
     reportPercentiles(state, samples);
+}
+
+// Batches written back to back: events per second, and the heap allocations of the whole way
+// (every counted thread) per event.
+void measureThroughput(benchmark::State& state, TokenEventBackend& backend, ArrivalRecorder& listener) {
+    if (!backend.waitSubscribed()) {
+        state.SkipWithError("no subscription");
+        return;
+    }
+    long delivered = 0;
+    std::uint64_t allocations = 0;
+    for (auto _ : state) {
+        std::uint64_t const before = qel::benchmarks::allocationCount();
+        backend.send(THROUGHPUT_BATCH);
+        delivered += THROUGHPUT_BATCH;
+        Clock::time_point arrived;
+        if (!listener.waitFor(delivered, arrived)) {
+            state.SkipWithError("events lost");
+            break;
+        }
+        allocations += qel::benchmarks::allocationCount() - before;
+    }
+    state.SetItemsProcessed(state.iterations() * THROUGHPUT_BATCH);
+    state.counters["allocs_per_event"] =
+        static_cast<double>(allocations) / static_cast<double>(state.iterations() * THROUGHPUT_BATCH);
+}
+
+void TokenEvent_SocketToListenerLatency(benchmark::State& state) {
+    TokenEventBackend backend;
+    TokenPath path(backend.port());
+    measureLatency(state, backend, *path.listener);
 }
 BENCHMARK(TokenEvent_SocketToListenerLatency)->Iterations(LATENCY_SAMPLES)->UseRealTime();
 
@@ -516,77 +545,21 @@ private:
 void RawBeast_TokenEventLatency(benchmark::State& state) {
     TokenEventBackend backend;
     RawTokenClient client(backend.port());
-    if (!backend.waitSubscribed()) {
-        state.SkipWithError("no subscription");
-        return;
-    }
-    std::vector<double> samples;
-    samples.reserve(LATENCY_SAMPLES);
-    long delivered = 0;
-    for (auto _ : state) {
-        backend.send(1);
-        Clock::time_point arrived;
-        if (!client.recorder.waitFor(++delivered, arrived)) {
-            state.SkipWithError("event lost");
-            break;
-        }
-        samples.push_back(microsecondsBetween(backend.lastSent(), arrived));
-    }
-    reportPercentiles(state, samples);
+    measureLatency(state, backend, client.recorder);
 }
 BENCHMARK(RawBeast_TokenEventLatency)->Iterations(LATENCY_SAMPLES)->UseRealTime();
 
-// Batches written back to back: what one item delivers per second, and the heap allocations of
-// the whole way (every counted thread) per event.
 void TokenEvent_SocketToListenerThroughput(benchmark::State& state) {
     TokenEventBackend backend;
     TokenPath path(backend.port());
-    if (!backend.waitSubscribed()) {
-        state.SkipWithError("no subscription");
-        return;
-    }
-    long delivered = 0;
-    std::uint64_t allocations = 0;
-    for (auto _ : state) {
-        std::uint64_t const before = qel::benchmarks::allocationCount();
-        backend.send(THROUGHPUT_BATCH);
-        delivered += THROUGHPUT_BATCH;
-        Clock::time_point arrived;
-        if (!path.listener->waitFor(delivered, arrived)) {
-            state.SkipWithError("events lost");
-            break;
-        }
-        allocations += qel::benchmarks::allocationCount() - before;
-    }
-    state.SetItemsProcessed(state.iterations() * THROUGHPUT_BATCH);
-    state.counters["allocs_per_event"] =
-        static_cast<double>(allocations) / static_cast<double>(state.iterations() * THROUGHPUT_BATCH);
+    measureThroughput(state, backend, *path.listener);
 }
 BENCHMARK(TokenEvent_SocketToListenerThroughput)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void RawBeast_TokenEventThroughput(benchmark::State& state) {
     TokenEventBackend backend;
     RawTokenClient client(backend.port());
-    if (!backend.waitSubscribed()) {
-        state.SkipWithError("no subscription");
-        return;
-    }
-    long delivered = 0;
-    std::uint64_t allocations = 0;
-    for (auto _ : state) {
-        std::uint64_t const before = qel::benchmarks::allocationCount();
-        backend.send(THROUGHPUT_BATCH);
-        delivered += THROUGHPUT_BATCH;
-        Clock::time_point arrived;
-        if (!client.recorder.waitFor(delivered, arrived)) {
-            state.SkipWithError("events lost");
-            break;
-        }
-        allocations += qel::benchmarks::allocationCount() - before;
-    }
-    state.SetItemsProcessed(state.iterations() * THROUGHPUT_BATCH);
-    state.counters["allocs_per_event"] =
-        static_cast<double>(allocations) / static_cast<double>(state.iterations() * THROUGHPUT_BATCH);
+    measureThroughput(state, backend, client.recorder);
 }
 BENCHMARK(RawBeast_TokenEventThroughput)->Unit(benchmark::kMillisecond)->UseRealTime();
 
