@@ -7,11 +7,11 @@
 // client's side is measured, next to the least any client does: Beast read, parse, and one
 // hand-off to another thread.
 //   TokenEvent_Parse                               -> the single-thread parse limit, allocs_per_event
-//   TokenEvent_SocketToListenerLatency / RawBeast_TokenEventLatency  -> p50_us, p99_us
+//   TokenEvent_LatencyAgainstRaw                   -> p50_us, p99_us of both, interleaved; p50_ratio
 //   TokenEvent_SocketToListenerThroughput / RawBeast_TokenEventThroughput -> items_per_second,
 //                                                     allocs_per_event
-//   TokenEvent_ItemThroughput                      -> one item fed from a parsing thread, without
-//                                                     the socket: what an item delivers per second
+//   TokenEvent_ItemThroughput                      -> one item without the socket, against the
+//                                                     parse limit measured beside it: share_of_parse
 #include "AllocationCounter.h"
 #include "BackendSimulator.h"
 #include "common/Logger.h"
@@ -319,20 +319,26 @@ private:
     int m_toSend = 0;           // guarded by m_mutex
 };
 
-// Counts calls and notes when the latest one arrived.
+// Counts calls and notes when the latest one arrived. Only the awaited call wakes the waiter, so
+// that waiting for a batch does not add a wake-up per event to the listener's thread.
 class ArrivalRecorder {
 public:
     void arrived() {
+        bool awaitedArrived = false;
         {
             std::lock_guard<std::mutex> const lock(m_mutex);
             ++m_count;
             m_last = Clock::now();
+            awaitedArrived = m_count == m_awaited;
         }
-        m_changed.notify_one();
+        if (awaitedArrived) {
+            m_changed.notify_one();
+        }
     }
     // When the `count`th call arrived; false after 10 s without it.
     bool waitFor(long count, Clock::time_point& at) {
         std::unique_lock<std::mutex> lock(m_mutex);
+        m_awaited = count;
         bool const arrived = m_changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_count >= count; });
         at = m_last;
         return arrived;
@@ -341,7 +347,8 @@ public:
 private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    long m_count = 0;         // guarded by m_mutex
+    long m_count = 0;          // guarded by m_mutex
+    long m_awaited = 0;        // guarded by m_mutex
     Clock::time_point m_last;  // guarded by m_mutex
 };
 
@@ -385,17 +392,19 @@ struct TokenPath {
     std::shared_ptr<TokenItem> item;
 };
 
-void reportPercentiles(benchmark::State& state, std::vector<double> microseconds) {
+// Notes the percentiles of `microseconds` as counters named with `prefix`; returns the p50.
+double reportPercentiles(benchmark::State& state, std::string const& prefix, std::vector<double> microseconds) {
     if (microseconds.empty()) {
-        return;
+        return 0;
     }
     std::sort(microseconds.begin(), microseconds.end());
     auto const at = [&](double share) {
         return microseconds[std::min(microseconds.size() - 1, static_cast<std::size_t>(share * microseconds.size()))];
     };
-    state.counters["p50_us"] = at(0.50);
-    state.counters["p99_us"] = at(0.99);
-    state.counters["max_us"] = microseconds.back();
+    state.counters[prefix + "p50_us"] = at(0.50);
+    state.counters[prefix + "p99_us"] = at(0.99);
+    state.counters[prefix + "max_us"] = microseconds.back();
+    return at(0.50);
 }
 
 double microsecondsBetween(Clock::time_point from, Clock::time_point to) {
@@ -415,25 +424,16 @@ void TokenEvent_Parse(benchmark::State& state) {
 }
 BENCHMARK(TokenEvent_Parse);
 
-// One event at a time: from the moment the backend starts writing until `listener` heard it.
-void measureLatency(benchmark::State& state, TokenEventBackend& backend, ArrivalRecorder& listener) {
-    if (!backend.waitSubscribed()) {
-        state.SkipWithError("no subscription");
-        return;
+// One event: from the moment `backend` starts writing it until `listener` heard it, as the
+// `nth` call. False when it did not arrive.
+bool sampleLatency(TokenEventBackend& backend, ArrivalRecorder& listener, long nth, std::vector<double>& samples) {
+    backend.send(1);
+    Clock::time_point arrived;
+    if (!listener.waitFor(nth, arrived)) {
+        return false;
     }
-    std::vector<double> samples;
-    samples.reserve(LATENCY_SAMPLES);
-    long delivered = 0;
-    for (auto _ : state) {
-        backend.send(1);
-        Clock::time_point arrived;
-        if (!listener.waitFor(++delivered, arrived)) {
-            state.SkipWithError("event lost");
-            break;
-        }
-        samples.push_back(microsecondsBetween(backend.lastSent(), arrived));
-    }
-    reportPercentiles(state, samples);
+    samples.push_back(microsecondsBetween(backend.lastSent(), arrived));
+    return true;
 }
 
 // Batches written back to back: events per second, and the heap allocations of the whole way
@@ -460,13 +460,6 @@ void measureThroughput(benchmark::State& state, TokenEventBackend& backend, Arri
     state.counters["allocs_per_event"] =
         static_cast<double>(allocations) / static_cast<double>(state.iterations() * THROUGHPUT_BATCH);
 }
-
-void TokenEvent_SocketToListenerLatency(benchmark::State& state) {
-    TokenEventBackend backend;
-    TokenPath path(backend.port());
-    measureLatency(state, backend, *path.listener);
-}
-BENCHMARK(TokenEvent_SocketToListenerLatency)->Iterations(LATENCY_SAMPLES)->UseRealTime();
 
 // The least any client does: a reader thread reads and parses, a second thread takes the value.
 class RawTokenClient {
@@ -542,12 +535,42 @@ private:
     std::thread m_taker;
 };
 
-void RawBeast_TokenEventLatency(benchmark::State& state) {
-    TokenEventBackend backend;
-    RawTokenClient client(backend.port());
-    measureLatency(state, backend, client.recorder);
+// The framework and the raw client side by side, one event to each in turn (the order swapped
+// every time), so that both see the same load on the machine: on a shared host the ratio of one
+// run is steadier than either figure alone.
+void TokenEvent_LatencyAgainstRaw(benchmark::State& state) {
+    TokenEventBackend frameworkBackend;
+    TokenPath path(frameworkBackend.port());
+    TokenEventBackend rawBackend;
+    RawTokenClient raw(rawBackend.port());
+    if (!frameworkBackend.waitSubscribed() || !rawBackend.waitSubscribed()) {
+        state.SkipWithError("no subscription");
+        return;
+    }
+    std::vector<double> frameworkSamples;
+    std::vector<double> rawSamples;
+    frameworkSamples.reserve(LATENCY_SAMPLES);
+    rawSamples.reserve(LATENCY_SAMPLES);
+    long nth = 0;
+    for (auto _ : state) {
+        ++nth;
+        auto const throughFramework = [&] {
+            return sampleLatency(frameworkBackend, *path.listener, nth, frameworkSamples);
+        };
+        auto const throughRaw = [&] { return sampleLatency(rawBackend, raw.recorder, nth, rawSamples); };
+        bool const delivered = nth % 2 == 0 ? throughFramework() && throughRaw() : throughRaw() && throughFramework();
+        if (!delivered) {
+            state.SkipWithError("event lost");
+            break;
+        }
+    }
+    double const frameworkP50 = reportPercentiles(state, "", frameworkSamples);
+    double const rawP50 = reportPercentiles(state, "raw_", rawSamples);
+    if (rawP50 > 0) {
+        state.counters["p50_ratio"] = frameworkP50 / rawP50;
+    }
 }
-BENCHMARK(RawBeast_TokenEventLatency)->Iterations(LATENCY_SAMPLES)->UseRealTime();
+BENCHMARK(TokenEvent_LatencyAgainstRaw)->Iterations(LATENCY_SAMPLES)->UseRealTime();
 
 void TokenEvent_SocketToListenerThroughput(benchmark::State& state) {
     TokenEventBackend backend;
@@ -572,6 +595,22 @@ std::string tokenEventText() {
     return message.substr(start, message.size() - start - 1);
 }
 
+// Seconds `work` took.
+template <typename Work>
+double secondsFor(Work&& work) {
+    auto const start = Clock::now();
+    work();
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// One item's rate against the single-thread parse limit, each measured on a batch in turn so
+// that all see the same load on the machine:
+//   parse_per_s  one thread parsing events and dropping them: the parse limit;
+//   item_per_s   events parsed beforehand, handed to the item as fast as it takes them, until
+//                the listener heard the last: what the item itself delivers (share_of_parse);
+//   fed_per_s    one thread parsing each event and handing it over, as the WebSocket reader
+//                does: the parsing thread then also pays the item thread's wake-ups
+//                (fed_share_of_parse, allocs_per_event).
 void TokenEvent_ItemThroughput(benchmark::State& state) {
     LogConfig::setSinks({});
     LogConfig::setThreshold(LogLevel::Warning);
@@ -587,30 +626,65 @@ void TokenEvent_ItemThroughput(benchmark::State& state) {
     RequestState const succeeded(RequestStateSucceeded, "");
     // As the WebSocket channel does: the parsing thread frees the trees the item let go of.
     auto const trees = std::make_shared<qel::dataformats::data::TreeReturn>();
+    auto const handOver = [&](std::shared_ptr<qel::dataformats::data::Value const> tree) {
+        Response response;
+        response.setStatus(200);
+        response.setId(2);  // the element subscription
+        response.setSharedData(std::move(tree));
+        item->handleEvent(succeeded, response);
+    };
     long delivered = 0;
-    std::uint64_t allocations = 0;
-    for (auto _ : state) {
-        std::uint64_t const before = qel::benchmarks::allocationCount();
-        for (int i = 0; i < THROUGHPUT_BATCH; ++i) {
-            Response response;
-            response.setStatus(200);
-            response.setId(2);  // the element subscription
-            response.setSharedData(trees->share(qel::dataformats::json::parse(event)));
-            item->handleEvent(succeeded, response);
-            trees->freeReturned();
-        }
+    auto const waitForBatch = [&] {
         delivered += THROUGHPUT_BATCH;
-        Clock::time_point arrived;
-        if (!listener->waitFor(delivered, arrived)) {
+        Clock::time_point at;
+        return listener->waitFor(delivered, at);
+    };
+    std::vector<std::shared_ptr<qel::dataformats::data::Value const>> parsedBeforehand;
+    parsedBeforehand.reserve(THROUGHPUT_BATCH);
+    std::uint64_t allocations = 0;
+    double parseSeconds = 0;
+    double itemSeconds = 0;
+    double fedSeconds = 0;
+    for (auto _ : state) {
+        parseSeconds += secondsFor([&] {
+            for (int i = 0; i < THROUGHPUT_BATCH; ++i) {
+                benchmark::DoNotOptimize(qel::dataformats::json::parse(event).get());
+            }
+        });
+        for (int i = 0; i < THROUGHPUT_BATCH; ++i) {
+            parsedBeforehand.push_back(trees->share(qel::dataformats::json::parse(event)));
+        }
+        bool arrived = false;
+        itemSeconds += secondsFor([&] {
+            for (auto& tree : parsedBeforehand) {
+                handOver(std::move(tree));
+            }
+            arrived = waitForBatch();
+        });
+        parsedBeforehand.clear();
+        trees->freeReturned();
+        std::uint64_t const before = qel::benchmarks::allocationCount();
+        fedSeconds += secondsFor([&] {
+            for (int i = 0; i < THROUGHPUT_BATCH; ++i) {
+                handOver(trees->share(qel::dataformats::json::parse(event)));
+                trees->freeReturned();
+            }
+            arrived = arrived && waitForBatch();
+        });
+        allocations += qel::benchmarks::allocationCount() - before;
+        if (!arrived) {
             state.SkipWithError("events lost");
             break;
         }
-        allocations += qel::benchmarks::allocationCount() - before;
     }
     item->shutdown();
-    state.SetItemsProcessed(state.iterations() * THROUGHPUT_BATCH);
-    state.counters["allocs_per_event"] =
-        static_cast<double>(allocations) / static_cast<double>(state.iterations() * THROUGHPUT_BATCH);
+    double const events = static_cast<double>(state.iterations() * THROUGHPUT_BATCH);
+    state.counters["parse_per_s"] = events / parseSeconds;
+    state.counters["item_per_s"] = events / itemSeconds;
+    state.counters["share_of_parse"] = parseSeconds / itemSeconds;
+    state.counters["fed_per_s"] = events / fedSeconds;
+    state.counters["fed_share_of_parse"] = parseSeconds / fedSeconds;
+    state.counters["allocs_per_event"] = static_cast<double>(allocations) / events;
 }
 BENCHMARK(TokenEvent_ItemThroughput)->Unit(benchmark::kMillisecond)->UseRealTime();
 
