@@ -29,10 +29,7 @@ void PrivacyItem::processData(Ref const& element) {
 }
 
 void PrivacyItem::subscribeElement() {
-    // Until a resource event has found the group there is nothing to confirm.
-    if (!getElement().empty()) {
-        confirmElementWithoutRequest();
-    }
+    confirmElementWithoutRequest();
 }
 
 void PrivacyItem::unsubscribeElement() {

@@ -26,12 +26,12 @@ void ServiceItem::setTokenHandler(std::shared_ptr<IURIHandler> const& handler) {
 }
 
 void ServiceItem::handleEventResource(SubscriptionIndex /*index*/, std::shared_ptr<Value> const& value) {
-    if (!isWellFormedList(Ref(value.get()))) {
-        return;
-    }
     Ref const element = filterElements(Ref(value.get()));
     if (isElementSubscribed() && !element.hasObjectKey("id")) {
-        // The entry was there and has left the list.
+        // The entry was there and has left the list; only a well-formed list is believed on that.
+        if (!isWellFormedList(Ref(value.get()))) {
+            return;
+        }
         if (!m_missingEntryReported) {
             m_missingEntryReported = true;
             if (m_notifier) {
@@ -104,10 +104,7 @@ void ServiceItem::passTokenUri(ServiceObject const& record) {
 }
 
 void ServiceItem::subscribeElement() {
-    // Until a resource event has found the entry there is nothing to confirm.
-    if (!getElement().empty()) {
-        confirmElementWithoutRequest();
-    }
+    confirmElementWithoutRequest();
 }
 
 void ServiceItem::unsubscribeElement() {

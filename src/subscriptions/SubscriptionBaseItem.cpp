@@ -144,10 +144,10 @@ void SubscriptionBaseItem::unsubscribeBase(SubscriptionIndex index) {
 }
 
 unsigned int SubscriptionBaseItem::subscribeWithWrapper(std::shared_ptr<Request> const& request) {
-    std::weak_ptr<SubscriptionBaseItem> const self = weak_from_this();
-    if (self.expired() || !m_rsiClientWrapper) {
-        m_logger << LogLevel::Error << m_description
-                 << " Cannot subscribe: item not owned by a shared pointer or no RSI client wrapper!";
+    // An item not owned by a shared pointer is a programming error: this throws std::bad_weak_ptr.
+    std::weak_ptr<SubscriptionBaseItem> const self = shared_from_this();
+    if (!m_rsiClientWrapper) {
+        m_logger << LogLevel::Error << m_description << " Cannot subscribe: no RSI client wrapper!";
         return 0;
     }
     return m_rsiClientWrapper->subscribe(request, self, self);
@@ -160,6 +160,14 @@ std::uint32_t SubscriptionBaseItem::releaseSubscription(std::atomic<std::uint32_
         m_rsiClientWrapper->unsubscribe(held);
     }
     return held;
+}
+
+void SubscriptionBaseItem::forgetSubscription(SubscriptionIndex index) {
+    if (index == SubscriptionIndex::RESOURCE) {
+        m_resourceSubscriptionId.store(0);
+    } else if (index == SubscriptionIndex::ELEMENT) {
+        m_elementSubscriptionId.store(0);
+    }
 }
 
 void SubscriptionBaseItem::sendRequest(std::shared_ptr<Request> const& request) {
@@ -241,12 +249,9 @@ void SubscriptionBaseItem::handleResponse(RequestState const& state, Response co
     m_logger << LogLevel::Error << m_description << " Note: " << state.note;
     m_logger << LogLevel::Error << m_description
              << " Response: " << qel::dataformats::json::stringify(response.getData(false));
-    // The wrapper gives up on a subscription that reports failure; forget its id with it.
-    if (index == SubscriptionIndex::RESOURCE) {
-        releaseSubscription(m_resourceSubscriptionId, "resource");
-    } else if (index == SubscriptionIndex::ELEMENT) {
-        releaseSubscription(m_elementSubscriptionId, "element");
-    }
+    // A failure reaches us when the wrapper has ended the job (a cancel): its id is stale and may
+    // be handed out again, so it is forgotten without an unsubscribe.
+    forgetSubscription(index);
     setIsSubscribed(index, false);
     setIsSubscribed(SubscriptionIndex::ELEMENT, false);
 }
@@ -256,8 +261,8 @@ void SubscriptionBaseItem::handleEvent(RequestState const& /*state*/, Response c
     auto const index = static_cast<SubscriptionIndex>(id);
     m_logger << LogLevel::Info << m_description << " Subscription Event received for " << getSubDescription(index);
     Value const* const data = response.getData(false);
-    if (LogConfig::isEnabled(LogLevel::Debug)) {
-        m_logger << LogLevel::Debug << m_description << " Event: " << qel::dataformats::json::stringify(data);
+    if (LogConfig::isEnabled(LogLevel::Info)) {
+        m_logger << LogLevel::Info << m_description << " Event: " << qel::dataformats::json::stringify(data);
     }
     if (data == nullptr) {
         m_logger << LogLevel::Error << "No response received";

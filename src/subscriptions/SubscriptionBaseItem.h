@@ -113,14 +113,15 @@ protected:
     // The confirmation of items whose element needs no subscription of its own: reported when
     // the element flag changes, and once to a `subscribe` that found the item confirmed already.
     void confirmElementWithoutRequest();
-    // True between `subscribe` and `unsubscribe`: what arrives outside that window is stale.
+    // False from `unsubscribe` until the next `subscribe`: what arrives then is stale.
     bool isWanted() const { return m_isWanted.load(); }
     void sendRequest(std::shared_ptr<qel::rsi::client::Request> const& request);
     // Sends with a handler of the caller's, which the caller keeps alive; false when not sent.
     bool sendRequest(std::shared_ptr<qel::rsi::client::Request> const& request,
                      std::weak_ptr<qel::rsi::client::ResponseHandler> const& handler);
-    // Forgets an element subscription the wrapper gave up on, so that the next request makes a new one.
-    void releaseElementSubscription() { releaseSubscription(m_elementSubscriptionId, "element"); }
+    // Forgets the id of a subscription the wrapper has ended, without unsubscribing: the wrapper
+    // may already have given the id to a newer subscription.
+    void forgetSubscription(SubscriptionIndex index);
     // For items whose events must all be delivered, however long the backlog. Constructor only.
     void keepEveryEvent() { m_keepsEveryEvent = true; }
 
@@ -158,7 +159,7 @@ private:
     std::atomic<std::uint32_t> m_elementSubscriptionId{0};
     std::atomic<bool> m_isResourceSubscribed{false};
     std::atomic<bool> m_isElementSubscribed{false};
-    std::atomic<bool> m_isWanted{false};
+    std::atomic<bool> m_isWanted{true};
     // Orders confirmations without a request against `subscribe` and `unsubscribe`.
     mutable qel::common::system::Mutex m_confirmLock;
     bool m_answerOwed = false;  // guarded by m_confirmLock; a `subscribe` awaits its answer

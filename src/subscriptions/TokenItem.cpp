@@ -105,7 +105,7 @@ void TokenItem::handleResponse(qel::rsi::client::RequestState const& state,
     if (state.value != qel::rsi::client::RequestStateSucceeded) {
         m_logger << LogLevel::Info << m_description << " Token Element Subscription failed with state "
                  << response.getStatus();
-        releaseElementSubscription();
+        forgetSubscription(SubscriptionIndex::ELEMENT);
     } else {
         m_logger << LogLevel::Info << m_description
                  << " Token Element Subscription successful, waiting for event with valid token";

@@ -55,7 +55,7 @@ TEST_F(ServiceAndTokenItemTest, MalformedServiceListsAreDroppedWithoutReportingT
     push(*service, services, entry("nav", "[]"));
     ASSERT_EQ(listener->heard.size(), 3u);
     for (char const* malformed : {R"({"id":"s-1","name":"nav"})", R"("nav")", "null", "[42]",
-                                  R"([{"name":"nav","baseUrl":"https://a"}])", R"([{"id":7,"name":"nav"}])"}) {
+                                  R"([{"name":"nav","baseUrl":"https://a"}])", R"([{"id":"s-9"},{"id":8}])"}) {
         push(*service, services, malformed);
     }
     EXPECT_EQ(listener->heard.size(), 3u);

@@ -101,10 +101,12 @@ TEST_F(SubscriptionBaseItemTest, FailureReportsFalseOnlyForFlagsThatWereSet) {
     answer(1, false);  // both flags fall: one false each
     EXPECT_EQ(subscribed.all(), (std::vector<bool>{true, false, false}));
     EXPECT_FALSE(item->isElementSubscribed());
+    drain();
+    EXPECT_TRUE(rsi->unsubscribed().empty());  // a failure ends nothing at the wrapper
 }
 
 TEST_F(SubscriptionBaseItemTest, EventDataReachesTheQueueUncopiedAndOutlivesTheResponse) {
-    subscribe(*item);
+    // No subscribe first: only an unsubscribe makes events stale.
     std::promise<void> open;
     item->holdQueue(open.get_future().share());
     std::uintptr_t received = 0;
@@ -120,6 +122,7 @@ TEST_F(SubscriptionBaseItemTest, EventDataReachesTheQueueUncopiedAndOutlivesTheR
     EXPECT_EQ(item->eventNodes.all(), std::vector<std::uintptr_t>{received});
     ASSERT_EQ(item->seen.size(), 1u);
     EXPECT_EQ(item->seen.all()[0].what, R"({"id":"e1","value":"blue"})");
+    EXPECT_TRUE(log.contains(LogLevel::Info, R"((Probe/nav) Event: {"data":{"id":"e1","value":"blue"},"type":"data"})"));
 }
 
 TEST(RSISubscriptionCallback, AFunctionThatReplacesItselfFinishesItsCall) {
