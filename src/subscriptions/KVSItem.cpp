@@ -16,7 +16,6 @@ using dataitems::KVSItemObject;
 
 namespace {
 constexpr std::int16_t HTTP_OK = 200;
-constexpr std::int16_t HTTP_CREATED = 201;
 constexpr std::int16_t HTTP_GATEWAY_TIMEOUT = 504;
 constexpr char const* JSON_MEDIA_TYPE = "application/json";
 }  // namespace
@@ -42,19 +41,10 @@ void KVSItem::handleURI(std::string const& uuid) {
     }
     setElement(uuid);
     m_logger << LogLevel::Info << m_description << " Element set: " << uuid;
-    if (isResourceSubscribed()) {
-        // The item was (re)created under a new id while subscribed: follow it.
-        unsubscribeElement();
-        subscribeElement();
-    }
 }
 
 void KVSItem::subscribeResource() {
     setIsSubscribed(SubscriptionIndex::RESOURCE, true);
-    if (getElement().empty()) {
-        m_logger << LogLevel::Warning << m_description << " No UUID known yet, waiting for it to subscribe.";
-        return;
-    }
     subscribeElement();
 }
 
@@ -182,10 +172,8 @@ void KVSItem::handleResponse(RequestState const& state, Response const& response
 }
 
 void KVSItem::handleUpdateResponse(std::uint64_t sequence, RequestState const& state, Response const& response) {
-    // Requests always report success in the state; the status tells whether the backend took it.
     std::int16_t const status = response.getStatus();
-    bool const succeeded =
-        state.value == qel::rsi::client::RequestStateSucceeded && (status == HTTP_OK || status == HTTP_CREATED);
+    bool const succeeded = state.value == qel::rsi::client::RequestStateSucceeded;
     bool isNewest = false;
     {
         MutexGuard guard(m_updateMutex);
@@ -218,28 +206,21 @@ void KVSItem::handleReadResponse(Response const& response) {
         m_logger << LogLevel::Error << m_description << " Unknown return code: " << status;
         return;
     }
-    Ref const element = pickReadElement(Ref(response.getData(false))("data"));
-    if (element.get() == nullptr) {
-        return;
-    }
     // Answers arrive on the wrapper's thread; listeners hear them on the queue thread.
-    std::shared_ptr<Value> const copy(element.get()->copy());
-    queueWork([this, copy] { processData(Ref(copy.get())); });
+    std::shared_ptr<Value const> const answer = response.shareData();
+    queueWork([this, answer] { processData(ownEntry(Ref(answer.get())("data"))); });
 }
 
-KVSItem::Ref KVSItem::pickReadElement(Ref const& data) const {
-    unsigned long const count = data.getArraySize();
-    if (count == 0) {
-        return data;
-    }
+KVSItem::Ref KVSItem::ownEntry(Ref const& data) const {
+    // The read is of the whole resource: a backend that lists every item answers with an array.
     std::string const element = getElement();
+    unsigned long const count = data.getArraySize();
     for (unsigned long i = 0; i < count; ++i) {
         if (data[i]("id").asString() == element) {
             return data[i];
         }
     }
-    m_logger << LogLevel::Warning << m_description << " Element " << element << " missing in the read answer";
-    return Ref();
+    return data;
 }
 
 }  // namespace qel::onlineservices::framework::core

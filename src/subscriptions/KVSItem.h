@@ -60,8 +60,8 @@ private:
     void handleUpdateResponse(std::uint64_t sequence, qel::rsi::client::RequestState const& state,
                               qel::rsi::client::Response const& response);
     void handleReadResponse(qel::rsi::client::Response const& response);
-    // The read covers the whole resource: pick this item's element out of it.
-    Ref pickReadElement(Ref const& data) const;
+    // This item's entry when the read answer lists several, else the answer's data as it came.
+    Ref ownEntry(Ref const& data) const;
 
     std::string const m_serviceId;
     mutable qel::common::system::Mutex m_dataLock;
