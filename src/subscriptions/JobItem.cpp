@@ -86,22 +86,7 @@ bool JobItem::isNewJobForUs(Ref const& job) const {
     return true;
 }
 
-bool JobItem::hasValidFields(Ref const& job) const {
-    using Kind = Value::Kind;
-    // Absent members are allowed (their checks above already spoke); present ones must fit.
-    static std::map<std::string, Kind> const kinds{
-        {"id", Kind::String},           {"jobAcknowledgeState", Kind::String},
-        {"jobId", Kind::Integer},       {"jobIdentifier", Kind::Integer},
-        {"jobPayload", Kind::String},   {"messageId", Kind::String},
-        {"name", Kind::String},         {"uri", Kind::String},
-    };
-    for (auto const& [member, kind] : kinds) {
-        if (job.hasObjectKey(member) && job(member).kind() != kind) {
-            m_logger << LogLevel::Error << m_description << " Invalid job refused: member " << member
-                     << " of the wrong kind";
-            return false;
-        }
-    }
+bool JobItem::hasUsableId(Ref const& job) const {
     // The id becomes the path element of the acknowledgement: it must name exactly one element.
     std::string const id = job("id").asString();
     bool const usable = !id.empty() && std::none_of(id.begin(), id.end(), [](char c) {
@@ -115,7 +100,7 @@ bool JobItem::hasValidFields(Ref const& job) const {
 
 void JobItem::processData(Ref const& job) {
     m_logger << LogLevel::Info << m_description << " Job Object: " << job("uri").asString() << " checking validity";
-    if (!isNewJobForUs(job) || !hasValidFields(job)) {
+    if (!isNewJobForUs(job) || !hasUsableId(job)) {
         return;
     }
     std::string const id = job("id").asString();

@@ -54,8 +54,8 @@ public:
 private:
     // Name, origin and acknowledgement checks; logs why a job is not taken.
     bool isNewJobForUs(Ref const& job) const;
-    // The job's members have the kinds the item reads them as, and its id names one element.
-    bool hasValidFields(Ref const& job) const;
+    // The job's id names exactly one element, the one its acknowledgement is posted to.
+    bool hasUsableId(Ref const& job) const;
     std::string ackText(BackendJobAcknowledgeCode code) const;
     // Reserves `id` for handling; false while its acknowledgement is pending or confirmed.
     bool reserve(std::string const& id);

@@ -33,8 +33,8 @@ protected:
 TEST_F(JobItemTest, NewJobsForThisServiceAreNotifiedAndAcknowledgedOnceWithTheListenersAnswer) {
     listener->jobAnswer = BackendJobAcknowledgeCode::INVALID_PAYLOAD;
     subscribe(*item);
-    // Other services' jobs, answered ones and those without a usable id or with members of the wrong kind
-    // are neither notified nor acknowledged.
+    // Other services' jobs, answered ones and those without a usable id are neither notified nor
+    // acknowledged; members of another kind are read as they convert (j6, j7).
     std::string const event = "[" + job("j1", "nav", "005F/1") + "," + job("j2", "nav", "abc") + "," +
                               job("j3", "nav", "005F/3", R"(,"jobAcknowledgeState":"success")") + "," +
                               job("j4", "radio", "005F/4") + "," + job("j5", "nav", "x/005F/5") + "," +
@@ -44,11 +44,13 @@ TEST_F(JobItemTest, NewJobsForThisServiceAreNotifiedAndAcknowledgedOnceWithTheLi
                               job("j7", "nav", "005F/7", R"(,"jobAcknowledgeState":true)") + "]";
     push(*item, jobs, event);
     push(*item, jobs, event);  // repeated before the backend took the acknowledgements
-    EXPECT_EQ(listener->whats(), (std::vector<std::string>{"job j1 nav", "job j5 nav"}));
+    EXPECT_EQ(listener->whats(), (std::vector<std::string>{"job j1 nav", "job j5 nav", "job j6 nav", "job j7 nav"}));
     EXPECT_TRUE(listener->allOn("job:nav"));
     EXPECT_EQ(acknowledgements(), (std::vector<std::string>{R"(j1 {"jobAcknowledgeState":"invalidPayload"})",
-                                                            R"(j5 {"jobAcknowledgeState":"invalidPayload"})"}));
-    EXPECT_EQ(log.countPrefix(LogLevel::Error, "(Job List/nav) Invalid job refused: "), 12u);  // 6 per event
+                                                            R"(j5 {"jobAcknowledgeState":"invalidPayload"})",
+                                                            R"(j6 {"jobAcknowledgeState":"invalidPayload"})",
+                                                            R"(j7 {"jobAcknowledgeState":"invalidPayload"})"}));
+    EXPECT_EQ(log.countPrefix(LogLevel::Error, "(Job List/nav) Invalid job refused: "), 8u);  // 4 per event
 }
 
 TEST_F(JobItemTest, FailedAcknowledgementIsRedoneWhenTheBackendListsTheJobAgain) {
