@@ -466,10 +466,11 @@ void OnlineServiceClient::notifyConditions(std::map<ConditionName, bool> const& 
         if (!requestedConditionsHold(conditions) || m_runstate == m_requestedTransition.second) {
             return;
         }
-        // A report for a transition the machine has left behind moves nothing.
-        if (!switchRunState(m_requestedTransition.first, m_requestedTransition.second, deliver)) {
+        // DESTROYED is final: a late report for the walk that `stop` cut short moves nothing.
+        if (m_runstate == RunState::DESTROYED) {
             return;
         }
+        switchRunState(std::nullopt, m_requestedTransition.second, deliver);
     }
     if (deliver) {
         deliverRunStates();

@@ -308,6 +308,9 @@ TEST(RunStateMachine, RequestConditionsLooksTheTransitionUpWhateverTheCurrentSta
     EXPECT_EQ(rig.backend->takeRequested(), (Requests{{C::SUBSCRIBED_BACKENDJOBS, false}, {C::SUBSCRIBED_KVS, false},
                                                        {C::SUBSCRIBED_PRIVACYSETUP, false}}));
     EXPECT_EQ(rig.client->getRunState(), INVALID);
+    rig.backend->answerRound();  // the requested transition's answers settle it, wherever it began
+    EXPECT_EQ(rig.client->getRunState(), STOPPED);
+    EXPECT_EQ(rig.recorder->take(), States{STOPPED});
 }
 
 // While one thread delivers a listener call that waits for a backend thread, that thread's
