@@ -111,7 +111,8 @@ void RSIClientWrapper::run() {
         }
         std::uint64_t const ticket = currentWakeTicket();
         processJob();
-        retryDueJobs();
+        retrySubscriptions();
+        retryRequests();
         finishLoop(ticket);
     }
     clearJobs();
@@ -236,7 +237,7 @@ bool RSIClientWrapper::isRegisteredAs(unsigned int id, IRSIJob const* job) const
 }
 
 void RSIClientWrapper::watchRetries(std::shared_ptr<IRSIJob> const& job, unsigned int subscriptionId) {
-    std::weak_ptr<RSIRetryQueue> const queue = m_retryQueue;
+    std::weak_ptr<RSIRetryQueue> const queue = subscriptionId == 0 ? m_requestRetries : m_subscriptionRetries;
     std::weak_ptr<IRSIJob> const weakJob = job;
     job->setRetryArmedHook([queue, weakJob, subscriptionId](qel::common::system::Clock::timeValue due) {
         if (auto const retries = queue.lock()) {
@@ -283,14 +284,22 @@ void RSIClientWrapper::endRunning() {
     m_runningJob.reset();
 }
 
-void RSIClientWrapper::retryDueJobs() {
-    auto due = m_retryQueue->takeDue(qel::common::system::Clock::getSystemTimeValue());
+void RSIClientWrapper::retrySubscriptions() {
+    retryDue(*m_subscriptionRetries);
+}
+
+void RSIClientWrapper::retryRequests() {
+    retryDue(*m_requestRetries);
+}
+
+void RSIClientWrapper::retryDue(RSIRetryQueue& retries) {
+    auto due = retries.takeDue(qel::common::system::Clock::getSystemTimeValue());
     for (auto& entry : due) {
-        retry(entry);
+        retry(retries, entry);
     }
 }
 
-void RSIClientWrapper::retry(RSIRetryQueue::Entry& entry) {
+void RSIClientWrapper::retry(RSIRetryQueue& retries, RSIRetryQueue::Entry& entry) {
     auto const job = entry.job.lock();
     bool const isRequest = entry.subscriptionId == 0;
     if (!job || (!isRequest && !isRegisteredAs(entry.subscriptionId, job.get()))) {
@@ -311,7 +320,7 @@ void RSIClientWrapper::retry(RSIRetryQueue::Entry& entry) {
         return;
     }
     if (job->isRetryActive() && job->retryDueTime() == entry.due) {
-        m_retryQueue->arm(std::move(entry));  // not due yet by the job's own reading of the clock
+        retries.arm(std::move(entry));  // not due yet by the job's own reading of the clock
     } else if (isRequest) {
         settleRequest(job);
     }
@@ -366,6 +375,10 @@ RSIClientWrapper::SubscriptionMap RSIClientWrapper::takeAllSubscriptions() {
     SubscriptionMap taken;
     taken.swap(m_subscriptions);
     return taken;
+}
+
+std::string RSIClientWrapper::getRequestDescription(std::shared_ptr<Request> const& request) {
+    return request ? getRequestDescription(*request) : std::string();
 }
 
 std::string RSIClientWrapper::getRequestDescription(Request const& request) {

@@ -65,6 +65,20 @@ public:
 
     // "METHOD uri?query   body" on one line.
     static std::string getRequestDescription(qel::rsi::client::Request const& request);
+    static std::string getRequestDescription(std::shared_ptr<qel::rsi::client::Request> const& request);
+
+    // The worker's own steps, public so that a test can drive them by hand; each is safe to call
+    // from any thread.
+    void addJob(std::shared_ptr<IRSIJob> const& job);
+    void addSubscription(unsigned int id, std::shared_ptr<RSISubscription> const& subscription);
+    bool isSubscriptionExisting(unsigned int id) const;
+    void processJob();
+    // Run the retries of their kind that have fallen due; the others are not looked at.
+    void retrySubscriptions();
+    void retryRequests();
+    void cancelJobs();
+    void clearJobs();
+    void removeAllSubscriptions();
 
     std::size_t queuedJobCount() const;
     // Wakes the worker for one more loop; returns a ticket for `waitForWorkerLoop`.
@@ -75,30 +89,22 @@ public:
 private:
     using SubscriptionMap = std::map<unsigned int, std::shared_ptr<RSISubscription>>;
 
-    void addJob(std::shared_ptr<IRSIJob> const& job);
-    void addSubscription(unsigned int id, std::shared_ptr<RSISubscription> const& subscription);
-    bool isSubscriptionExisting(unsigned int id) const;
     // True while `job` is the subscription registered under `id` (ids restart after a disconnect).
     bool isRegisteredAs(unsigned int id, IRSIJob const* job) const;
     // Files every retry `job` arms in the retry queue; `subscriptionId` 0 marks a request.
     void watchRetries(std::shared_ptr<IRSIJob> const& job, unsigned int subscriptionId);
 
-    void processJob();
     // Marks `job` as the one the worker runs; false (and nothing marked) once stopped.
     bool beginRunning(std::shared_ptr<IRSIJob> const& job);
     void endRunning();
     // Until the worker has ended: cancels the client call it may be blocked in.
     void cancelWorkerCall();
-    // Runs the retries that have fallen due; the others are not looked at.
-    void retryDueJobs();
-    void retry(RSIRetryQueue::Entry& entry);
+    void retryDue(RSIRetryQueue& retries);
+    void retry(RSIRetryQueue& retries, RSIRetryQueue::Entry& entry);
     // After a request ran: drops it when sent; keeps one that ended unsent and without retry.
     void settleRequest(std::shared_ptr<IRSIJob> const& request);
     // The request can no longer be cancelled: it was answered or has ended.
     void forgetRequest(std::shared_ptr<IRSIJob> const& request);
-    void cancelJobs();
-    void clearJobs();
-    void removeAllSubscriptions();
     // Empties the registry under the lock; the caller drops the result outside it, since the last
     // reference of a subscription unsubscribes it at the client.
     SubscriptionMap takeAllSubscriptions();
@@ -118,7 +124,8 @@ private:
     // again, until the wrapper goes. Worker thread only.
     std::list<std::shared_ptr<IRSIJob>> m_endedRequests;
     // Shared with the jobs' retry hooks, which may outlive the wrapper on the client's threads.
-    std::shared_ptr<RSIRetryQueue> const m_retryQueue = std::make_shared<RSIRetryQueue>();
+    std::shared_ptr<RSIRetryQueue> const m_subscriptionRetries = std::make_shared<RSIRetryQueue>();
+    std::shared_ptr<RSIRetryQueue> const m_requestRetries = std::make_shared<RSIRetryQueue>();
     qel::common::system::Semaphore m_jobSignal{0};
     mutable qel::common::system::Mutex m_lock;
     std::atomic<bool> m_stopped{false};  // written under m_lock, read anywhere

@@ -2,16 +2,6 @@
 
 namespace qel::onlineservices::framework::core {
 
-std::string RSIEntry::getUuid() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_uuid;
-}
-
-void RSIEntry::setUuid(std::string uuid) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_uuid = std::move(uuid);
-}
-
 void RSIEntry::keepResponseHandler(std::shared_ptr<RSIResponseHandler> handler) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_responseHandlers.push_back(std::move(handler));
@@ -35,7 +25,7 @@ void RSIEntry::complete(bool success) const {
 
 void RSIEntry::reportUuid() const {
     if (auto const handler = uriHandler.lock()) {
-        handler->handleURI(getUuid());
+        handler->handleURI(uuid);
     }
 }
 

@@ -1,10 +1,11 @@
 // One entry the application owns at the backend (a capability, job entry, operation entry or KVS
 // item), and what a posting run learns about it.
 //
-// Contract: the public fields are filled once by whoever makes the entry and only read later.
-// The element id, the pending response handlers and the completion function change during a
-// run, on the poster's thread and the RSI worker thread, and are reached through the member
-// functions, which lock. The completion function and the URI handler are called without the lock.
+// Contract: the public fields are filled once by whoever makes the entry and only read later,
+// except `uuid`, which the posting run writes and reads on the RSI worker thread only. The
+// pending response handlers and the completion function change during a run, on the poster's
+// thread and the RSI worker thread, and are reached through the member functions, which lock.
+// The completion function and the URI handler are called without the lock.
 #pragma once
 
 #include "rsi/IURIHandler.h"
@@ -27,12 +28,10 @@ public:
     bool alwaysCreate = false;                  // every write creates a new element
     std::string service;
     std::string resource;
+    std::string uuid;                           // the element id at the backend; kept between runs
     std::string description;                    // prefix of the entry's log lines
     std::weak_ptr<IURIHandler> uriHandler;      // told the element id; KVS items only
 
-    // The element id at the backend; empty until learned, and kept between runs.
-    std::string getUuid() const;
-    void setUuid(std::string uuid);
     // The wrapper holds response handlers weakly; the entry keeps them alive.
     void keepResponseHandler(std::shared_ptr<RSIResponseHandler> handler);
     void setCompletion(std::function<void(bool)> completion);
@@ -43,7 +42,6 @@ public:
 
 private:
     mutable std::mutex m_mutex;
-    std::string m_uuid;                                                // guarded by m_mutex
     std::vector<std::shared_ptr<RSIResponseHandler>> m_responseHandlers;  // guarded by m_mutex
     std::function<void(bool)> m_completion;                            // guarded by m_mutex
 };

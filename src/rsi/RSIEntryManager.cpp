@@ -99,12 +99,12 @@ bool RSIEntryManager::_compareWithBackend(RSIEntry& entry, Response const& respo
     for (auto const& [key, value] : entry.values) {
         upToDate = upToDate && element(key).asString() == value;
     }
-    entry.setUuid(element("id").asString());
+    entry.uuid = element("id").asString();
     return upToDate;
 }
 
 void RSIEntryManager::_sendPost(std::shared_ptr<RSIEntry> const& entry) {
-    std::string const uuid = entry->getUuid();
+    std::string const uuid = entry->uuid;
     bool create = true;
     if (!uuid.empty() && entry->updateIfExisting) {
         m_logger << LogLevel::Info << "Updating entry with UUID " << uuid;
@@ -143,7 +143,7 @@ void RSIEntryManager::_handleResponsePost(std::shared_ptr<RSIEntry> const& entry
     // A creation learns the element id from the location; an update keeps the one the read
     // returned when the answer carries no location.
     if (created || !response.getLocation().empty()) {
-        entry->setUuid(lastSegment(response.getLocation()));
+        entry->uuid = lastSegment(response.getLocation());
     }
     entry->reportUuid();
     entry->complete(true);

@@ -33,13 +33,19 @@ public:
 
     // The body of a write: the entry's values, plus its keys when the element is created.
     std::unique_ptr<qel::dataformats::data::Value> createValue(RSIEntry const& entry, bool create) const;
+    std::unique_ptr<qel::dataformats::data::Value> createValue(std::shared_ptr<RSIEntry> const& entry,
+                                                               bool create) const {
+        return createValue(*entry, create);
+    }
+
+    // The steps of a post: read each entry of `set`, then compare and write what differs.
+    void _processEntrySet(std::shared_ptr<RSIEntrySet> const& set);
+    void _handleResponseGet(std::shared_ptr<RSIEntry> const& entry, qel::rsi::client::RequestState const& state,
+                            qel::rsi::client::Response const& response);
 
 private:
     enum class Stage { Get, Create, Update };
 
-    void _processEntrySet(std::shared_ptr<RSIEntrySet> const& set);
-    void _handleResponseGet(std::shared_ptr<RSIEntry> const& entry, qel::rsi::client::RequestState const& state,
-                            qel::rsi::client::Response const& response);
     void _handleResponsePost(std::shared_ptr<RSIEntry> const& entry, bool created,
                              qel::rsi::client::RequestState const& state, qel::rsi::client::Response const& response);
     // True when the backend's first element carries every value of the entry; learns its id.

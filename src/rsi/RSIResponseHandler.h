@@ -15,7 +15,10 @@ public:
 
     explicit RSIResponseHandler(Function function);
 
-    using qel::rsi::client::ResponseHandler::handleResponse;
+    // An answer handed over as temporaries is handled like any other.
+    void handleResponse(qel::rsi::client::RequestState&& state, qel::rsi::client::Response&& response) override {
+        handleResponse(state, response);
+    }
     // An empty function is a programming error: it throws std::bad_function_call, so the fault
     // shows at once instead of leaving a request without an answer.
     void handleResponse(qel::rsi::client::RequestState const& state,

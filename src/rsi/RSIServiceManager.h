@@ -37,16 +37,23 @@ public:
     // Forgets every callback and subscription id; the backend subscriptions stay until the
     // wrapper disconnects, and later events still map to their service names.
     void _unsubscribe();
+    // Sends the availability subscription for `service`.
+    void _subscribe(std::string const& service);
+    // Tells every callback registered for `service` whether it is available.
+    void notify(std::string const& service, bool available);
 
-    using qel::rsi::client::ResponseHandler::handleResponse;
+    // An answer handed over as temporaries is handled like any other.
+    void handleResponse(qel::rsi::client::RequestState&& state, qel::rsi::client::Response&& response) override {
+        handleResponse(state, response);
+    }
     void handleResponse(qel::rsi::client::RequestState const& state,
                         qel::rsi::client::Response const& response) override;
-    using qel::rsi::client::EventHandler::handleEvent;
+    void handleEvent(qel::rsi::client::RequestState&& state, qel::rsi::client::Response&& response) override {
+        handleEvent(state, response);
+    }
     void handleEvent(qel::rsi::client::RequestState const& state, qel::rsi::client::Response const& response) override;
 
 private:
-    void _subscribe(std::string const& service);
-    void notify(std::string const& service, bool available);
     // None when `requestId` names no subscribed service (logged).
     std::optional<std::string> serviceNameOf(std::uint32_t requestId);
 

@@ -38,7 +38,9 @@ public:
     void process() override;
     void confirmRequestSuccess() override;
 
-    using qel::rsi::client::EventHandler::handleEvent;
+    void handleEvent(qel::rsi::client::RequestState&& state, qel::rsi::client::Response&& response) override {
+        handleEvent(state, response);
+    }
     void handleEvent(qel::rsi::client::RequestState const& state, qel::rsi::client::Response const& response) override;
 
     std::uint32_t subIdClient() const { return m_clientSubscriptionId.load(); }

@@ -120,7 +120,7 @@ TEST_F(RsiEntryManagerTest, NewEntryIsReadThenCreatedAndLearnsItsIdFromTheLocati
     EXPECT_EQ(callback->values.size(), 0u);
 
     ASSERT_TRUE(wrapper->answer(1, 201, "", "https://backend/capabilitiesmanagement/capabilities/1234/"));
-    EXPECT_EQ(entry->getUuid(), "1234");
+    EXPECT_EQ(entry->uuid, "1234");
     EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
 }
 
@@ -142,9 +142,9 @@ TEST_F(RsiEntryManagerTest, ChangedEntryIsUpdatedInPlaceWhenItMayBeOtherwiseCrea
     EXPECT_EQ(create.element, "");
 
     ASSERT_TRUE(wrapper->answer(2, 200));
-    EXPECT_EQ(updatable->getUuid(), "abc");  // no location: the id the read returned stays
+    EXPECT_EQ(updatable->uuid, "abc");  // no location: the id the read returned stays
     ASSERT_TRUE(wrapper->answer(3, 201, "", "/capabilities/def"));
-    EXPECT_EQ(recreated->getUuid(), "def");
+    EXPECT_EQ(recreated->uuid, "def");
     EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
 }
 
@@ -160,14 +160,14 @@ TEST_F(RsiEntryManagerTest, EntriesTheBackendAlreadyHoldsAreNotWrittenAndTheSetR
 
     EXPECT_EQ(wrapper->sent.size(), 3u);
     EXPECT_EQ(uriHandler->uris.all(), std::vector<std::string>{"kvs-1"});
-    EXPECT_EQ(current->getUuid(), "c-7");
+    EXPECT_EQ(current->uuid, "c-7");
     EXPECT_TRUE(log.contains(LogLevel::Info, "(KVS item) k multiple entries with same key found. This should not happen!"));
     EXPECT_EQ(callback->values.all(), std::vector<bool>{true});
 }
 
 TEST_F(RsiEntryManagerTest, SetReportsFalseAtOnceForEveryFailureAndTrueNeverAfterOne) {
     auto const kvs = kvsItem("k", uriHandler);
-    kvs->setUuid("old-id");
+    kvs->uuid = "old-id";
     std::vector<std::shared_ptr<RSIEntry>> const entries{capability("a", "1", true), kvs, capability("c", "1", true)};
     manager->post(entries, callback);
     ASSERT_TRUE(wrapper->answer(0, 200, R"({"data":[{"id":"a-1","value":"1"}]})"));
