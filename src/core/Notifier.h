@@ -55,12 +55,12 @@ public:
     void addListener(std::weak_ptr<IKVSListener> const& listener);
     void addListener(std::weak_ptr<IRunStateListener> const& listener);
 
-    void notifyServiceData(std::string const& serviceId, std::shared_ptr<dataitems::ServiceObject> const& service);
+    void notifyServiceData(std::string const& serviceId, std::shared_ptr<framework::dataitems::ServiceObject> const& service);
     void notifyDisableReason(std::string const& serviceId, std::vector<std::string> const& disableReasons);
     void notifyBaseURL(std::string const& serviceId, std::string const& baseUrl);
-    void notifyAccessToken(std::string const& serviceId, std::shared_ptr<dataitems::AccessTokenObject> const& token);
+    void notifyAccessToken(std::string const& serviceId, std::shared_ptr<framework::dataitems::AccessTokenObject> const& token);
     void notifyPrivacySettings(std::string const& serviceId,
-                               std::shared_ptr<dataitems::PrivacySettingsObject> const& privacy);
+                               std::shared_ptr<framework::dataitems::PrivacySettingsObject> const& privacy);
     void notifyNetworkInterface(std::string const& serviceId, std::shared_ptr<ClientData> const& ipv4,
                                 std::shared_ptr<ClientData> const& ipv6);
     void notifyKVSItem(std::string const& key, std::string const& value);
@@ -68,7 +68,7 @@ public:
     // True when a live listener answered; its answer is in `ack`. Otherwise `ack` is untouched
     // and the caller answers the backend itself. Waits until the job was delivered; asked from
     // inside a listener (where waiting would never end) it refuses with a log line and false.
-    bool notifyBackendJob(std::shared_ptr<dataitems::JobObject> const& job, BackendJobAcknowledgeCode& ack);
+    bool notifyBackendJob(std::shared_ptr<framework::dataitems::JobObject> const& job, BackendJobAcknowledgeCode& ack);
 
 private:
     using Delivery = std::function<void()>;
@@ -83,7 +83,7 @@ private:
     // A delivery that drops the expired listeners of `listeners` and calls `call` on the live ones.
     template <typename Listener, typename Call>
     auto fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char const* expiredMessage, Call call);
-    void answerJob(std::shared_ptr<dataitems::JobObject> const& job, JobAnswer& answer);
+    void answerJob(std::shared_ptr<framework::dataitems::JobObject> const& job, JobAnswer& answer);
 
     qel::common::logging::Logger m_logger;
     qel::common::system::Mutex m_mutex;

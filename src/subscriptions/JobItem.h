@@ -28,10 +28,10 @@ namespace qel::onlineservices::framework::core {
 
 class JobItem : public SubscriptionBaseItem {
 public:
-    static constexpr char const* SERVICE = "backendjobs";
-    static constexpr char const* RESSOURCE = "jobs";
-    static constexpr char const* DESCRIPTION_NAME = "Job List";
-    static constexpr char const* HOST_SYSTEM_MARK = "005F/";
+    static inline std::string const SERVICE = "backendjobs";
+    static inline std::string const RESSOURCE = "jobs";
+    static inline std::string const DESCRIPTION_NAME = "Job List";
+    static inline std::string const HOST_SYSTEM_MARK = "005F/";
     static constexpr std::uint32_t ACKNOWLEDGE_REQUEST_ID = 6;
     // The acknowledgement texts the backend understands.
     static std::map<BackendJobAcknowledgeCode, std::string> const m_ackCodeMap;
@@ -39,7 +39,7 @@ public:
     JobItem(qel::common::logging::Logger const& logger, std::shared_ptr<Notifier> const& notifier,
             std::shared_ptr<IRSIClientWrapper> const& rsiClientWrapper, std::string const& serviceId);
 
-    std::shared_ptr<dataitems::JobObject> getJobObject() const;
+    std::shared_ptr<framework::dataitems::JobObject> getJobObject() const;
     std::string getJobType() const;
     void acknowledgeJob(std::string const& id, BackendJobAcknowledgeCode code);
 
@@ -70,7 +70,7 @@ private:
 
     std::string const m_serviceId;
     mutable qel::common::system::Mutex m_dataLock;
-    std::shared_ptr<dataitems::JobObject> m_data;  // guarded by m_dataLock
+    std::shared_ptr<framework::dataitems::JobObject> m_data;  // guarded by m_dataLock
     // Answers arrive on the wrapper's thread, events on the queue thread.
     mutable qel::common::system::Mutex m_jobsLock;
     // Acknowledgements awaiting their answer, with the handler that keeps the answer's way open

@@ -28,9 +28,9 @@ namespace qel::onlineservices::framework::core {
 
 class KVSItem : public SubscriptionBaseItem, public IURIHandler {
 public:
-    static constexpr char const* SERVICE = "onlinekvs";
-    static constexpr char const* RESSOURCE = "items";
-    static constexpr char const* DESCRIPTION_NAME = "Key-Value-Storage";
+    static inline std::string const SERVICE = "onlinekvs";
+    static inline std::string const RESSOURCE = "items";
+    static inline std::string const DESCRIPTION_NAME = "Key-Value-Storage";
     static constexpr std::uint32_t UPDATE_REQUEST_TIMEOUT_MS = 3000;
     static constexpr std::uint32_t READ_REQUEST_ID = 4;
     static constexpr std::uint32_t UPDATE_REQUEST_ID = 6;
@@ -39,7 +39,7 @@ public:
             std::shared_ptr<IRSIClientWrapper> const& rsiClientWrapper, std::string const& key);
 
     std::string const& getServiceId() const { return m_serviceId; }
-    std::shared_ptr<dataitems::KVSItemObject> getData() const;
+    std::shared_ptr<framework::dataitems::KVSItemObject> getData() const;
 
     KVSUpdateStatus update(std::string const& value);
     void handleURI(std::string const& uuid) override;
@@ -65,7 +65,7 @@ private:
 
     std::string const m_serviceId;
     mutable qel::common::system::Mutex m_dataLock;
-    std::shared_ptr<dataitems::KVSItemObject> m_data;  // guarded by m_dataLock
+    std::shared_ptr<framework::dataitems::KVSItemObject> m_data;  // guarded by m_dataLock
     // Serialises `update`; only `update` takes it, so sending under it cannot deadlock.
     qel::common::system::Mutex m_updateCallMutex;
     std::string m_value;  // guarded by m_updateCallMutex

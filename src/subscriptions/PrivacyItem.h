@@ -16,15 +16,15 @@ namespace qel::onlineservices::framework::core {
 
 class PrivacyItem : public SubscriptionBaseItem {
 public:
-    static constexpr char const* SERVICE = "privacysetup";
-    static constexpr char const* RESSOURCE = "privacyGroups";
-    static constexpr char const* DESCRIPTION_NAME = "Privacy Setup";
+    static inline std::string const SERVICE = "privacysetup";
+    static inline std::string const RESSOURCE = "privacyGroups";
+    static inline std::string const DESCRIPTION_NAME = "Privacy Setup";
 
     PrivacyItem(qel::common::logging::Logger const& logger, std::shared_ptr<Notifier> const& notifier,
                 std::shared_ptr<IRSIClientWrapper> const& rsiClientWrapper, std::string const& serviceId);
 
     std::string const& getServiceId() const { return m_serviceId; }
-    std::shared_ptr<dataitems::PrivacySettingsObject> getData() const;
+    std::shared_ptr<framework::dataitems::PrivacySettingsObject> getData() const;
 
     void processData(Ref const& element) override;
     void subscribeElement() override;
@@ -33,7 +33,7 @@ public:
 private:
     std::string const m_serviceId;
     mutable qel::common::system::Mutex m_dataLock;
-    std::shared_ptr<dataitems::PrivacySettingsObject> m_data;  // guarded by m_dataLock
+    std::shared_ptr<framework::dataitems::PrivacySettingsObject> m_data;  // guarded by m_dataLock
 };
 
 }  // namespace qel::onlineservices::framework::core

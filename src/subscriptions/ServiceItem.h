@@ -22,17 +22,17 @@ namespace qel::onlineservices::framework::core {
 
 class ServiceItem : public SubscriptionBaseItem {
 public:
-    static constexpr char const* SERVICE = "servicemanagement";
-    static constexpr char const* RESSOURCE = "services";
-    static constexpr char const* DESCRIPTION_NAME = "Service Management";
-    static constexpr char const* MISSING_ENTRY_REASON = "missingServicelistEntry";
-    static constexpr char const* HOST_SYSTEM = "005F";
+    static inline std::string const SERVICE = "servicemanagement";
+    static inline std::string const RESSOURCE = "services";
+    static inline std::string const DESCRIPTION_NAME = "Service Management";
+    static inline std::string const MISSING_ENTRY_REASON = "missingServicelistEntry";
+    static inline std::string const HOST_SYSTEM = "005F";
 
     ServiceItem(qel::common::logging::Logger const& logger, std::shared_ptr<Notifier> const& notifier,
                 std::shared_ptr<IRSIClientWrapper> const& rsiClientWrapper, std::string const& serviceId);
 
     std::string const& getServiceId() const { return m_serviceId; }
-    std::shared_ptr<dataitems::ServiceObject> getData() const;
+    std::shared_ptr<framework::dataitems::ServiceObject> getData() const;
     bool hasDisableReasons() const { return m_hasDisableReasons.load(); }
     // Held strongly: the token URI must reach the token item for as long as this item lives.
     void setTokenHandler(std::shared_ptr<IURIHandler> const& handler);
@@ -43,20 +43,20 @@ public:
     void unsubscribeElement() override;
 
     // Compares the base URLs (the first entry always counts as changed).
-    static bool uriEqual(std::shared_ptr<dataitems::ServiceObject> const& previous,
-                         std::shared_ptr<dataitems::ServiceObject> const& current);
+    static bool uriEqual(std::shared_ptr<framework::dataitems::ServiceObject> const& previous,
+                         std::shared_ptr<framework::dataitems::ServiceObject> const& current);
     // Compares the disable reasons regardless of their order.
-    static bool disableReasonEqual(std::shared_ptr<dataitems::ServiceObject> const& previous,
-                                   std::shared_ptr<dataitems::ServiceObject> const& current);
+    static bool disableReasonEqual(std::shared_ptr<framework::dataitems::ServiceObject> const& previous,
+                                   std::shared_ptr<framework::dataitems::ServiceObject> const& current);
 
 private:
-    void passTokenUri(dataitems::ServiceObject const& record);
+    void passTokenUri(framework::dataitems::ServiceObject const& record);
     // The event's "data" is an array of objects, each with a non-empty string "id".
     bool isWellFormedList(Ref const& value) const;
 
     std::string const m_serviceId;
     mutable qel::common::system::Mutex m_dataLock;
-    std::shared_ptr<dataitems::ServiceObject> m_data;  // guarded by m_dataLock
+    std::shared_ptr<framework::dataitems::ServiceObject> m_data;  // guarded by m_dataLock
     std::atomic<bool> m_hasDisableReasons{false};
     std::shared_ptr<IURIHandler> m_tokenHandler;  // guarded by m_dataLock
     bool m_missingEntryReported = false;          // queue thread only

@@ -34,14 +34,14 @@ SubscriptionBaseItem::~SubscriptionBaseItem() {
     m_asyncQueue.stop();
 }
 
-void SubscriptionBaseItem::describe(std::string const& name, char const* service, char const* resource,
-                                    std::map<std::string, std::string> filter, char const* descriptionName,
-                                    char const* queueTag) {
+void SubscriptionBaseItem::describe(std::string const& name, std::string const& service,
+                                    std::string const& resource, std::map<std::string, std::string> filter,
+                                    std::string const& descriptionName, char const* queueTag) {
     m_name = name;
     m_resource = resource;
     m_filter = std::move(filter);
     m_service = service;
-    m_description = std::string("(") + descriptionName + "/" + m_name + ")";
+    m_description = "(" + descriptionName + "/" + m_name + ")";
     // Cut to 15 characters by the platform; enough to tell the items apart in `top -H`.
     m_asyncQueue.setName(std::string(queueTag) + ":" + m_name);
 }

@@ -70,12 +70,19 @@ public:
     virtual void handleEventResource(SubscriptionIndex index, std::shared_ptr<Value> const& value);
     virtual void handleEventElement(std::shared_ptr<Value> const& value);
 
-    using qel::rsi::client::ResponseHandler::handleResponse;
+    // An answer handed over as temporaries is handled like any other.
+    void handleResponse(qel::rsi::client::RequestState&& state, qel::rsi::client::Response&& response) override {
+        handleResponse(state, response);
+    }
     void handleResponse(qel::rsi::client::RequestState const& state,
                         qel::rsi::client::Response const& response) override;
-    using qel::rsi::client::EventHandler::handleEvent;
+    void handleEvent(qel::rsi::client::RequestState&& state, qel::rsi::client::Response&& response) override {
+        handleEvent(state, response);
+    }
     void handleEvent(qel::rsi::client::RequestState const& state, qel::rsi::client::Response const& response) override;
 
+    // What the item's queue runs for an event: hands `value` to the resource or element handler.
+    void asyncHandle(SubscriptionIndex index, std::shared_ptr<Value const> const& value);
     void setIsSubscribed(SubscriptionIndex index, bool value);
     // The element of the event's "data" array that concerns this item; null when there is none.
     Ref filterElements(Ref const& value) const;
@@ -99,8 +106,9 @@ public:
 protected:
     // Fills the identity of the item, in the order the derived constructors are expected to:
     // name, resource, filter, service, description; and names the queue thread "<tag>:<name>".
-    void describe(std::string const& name, char const* service, char const* resource,
-                  std::map<std::string, std::string> filter, char const* descriptionName, char const* queueTag);
+    void describe(std::string const& name, std::string const& service, std::string const& resource,
+                  std::map<std::string, std::string> filter, std::string const& descriptionName,
+                  char const* queueTag);
     void setElement(std::string const& element);
     // Takes a found element: remembers its id, processes it and confirms the element.
     void takeElement(Ref const& element);
@@ -138,7 +146,6 @@ protected:
 private:
     using AsyncQueueThread = qel::onlineservices::common::utils::AsyncQueueThread;
 
-    void asyncHandle(SubscriptionIndex index, std::shared_ptr<Value const> const& value);
     // Warns when the push found the backlog at its high-water mark; returns whether it was queued.
     bool notePush(AsyncQueueThread::Pushed const& pushed) const;
     // Subscribes `request` with this item as both handlers; 0 when the item is not owned.

@@ -19,15 +19,15 @@ namespace qel::onlineservices::framework::core {
 
 class TokenItem : public SubscriptionBaseItem, public IURIHandler {
 public:
-    static constexpr char const* SERVICE = "tokenmanagement";
-    static constexpr char const* RESSOURCE = "accessTokens";
-    static constexpr char const* DESCRIPTION_NAME = "Token Management";
+    static inline std::string const SERVICE = "tokenmanagement";
+    static inline std::string const RESSOURCE = "accessTokens";
+    static inline std::string const DESCRIPTION_NAME = "Token Management";
 
     TokenItem(qel::common::logging::Logger const& logger, std::shared_ptr<Notifier> const& notifier,
               std::shared_ptr<IRSIClientWrapper> const& rsiClientWrapper, std::string const& serviceId);
 
     std::string const& getServiceId() const { return m_serviceId; }
-    std::shared_ptr<dataitems::AccessTokenObject> getData() const;
+    std::shared_ptr<framework::dataitems::AccessTokenObject> getData() const;
 
     void subscribeResource() override;
     void unsubscribeResource() override;
@@ -46,7 +46,7 @@ private:
 
     std::string const m_serviceId;
     mutable qel::common::system::Mutex m_dataLock;
-    std::shared_ptr<dataitems::AccessTokenObject> m_data;  // guarded by m_dataLock
+    std::shared_ptr<framework::dataitems::AccessTokenObject> m_data;  // guarded by m_dataLock
     std::string m_tokenUri;                                 // guarded by m_dataLock
 };
 

@@ -17,7 +17,6 @@ class Conversion {
 public:
     static std::string toString(core::KVSUpdateStatus status);
 
-private:
     static std::map<core::KVSUpdateStatus, std::string> const m_kvsUpdateStatusMap;
 };
 

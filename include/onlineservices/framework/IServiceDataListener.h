@@ -41,7 +41,7 @@ public:
     virtual void onBaseURLChanged(std::string const& /*serviceId*/, std::string const& /*baseUrl*/) {}
     // The service's entry in the backend's service list changed.
     virtual void onServiceDataChanged(std::string const& /*serviceId*/,
-                                      std::shared_ptr<dataitems::ServiceObject> const& /*service*/) {}
+                                      std::shared_ptr<framework::dataitems::ServiceObject> const& /*service*/) {}
     // Internet access was granted for the service, with its IPv4 and IPv6 addresses.
     virtual void onNetworkInterfaceChanged(
         std::string const& /*serviceId*/,
@@ -49,7 +49,7 @@ public:
         std::shared_ptr<v1::qel::networking::api::definitions::ClientData_s> const& /*ipv6*/) {}
     // The service's privacy setup changed; the record tells that it changed, not what it holds.
     virtual void onPrivacySetupChanged(std::string const& /*serviceId*/,
-                                       std::shared_ptr<dataitems::PrivacySettingsObject> const& /*privacy*/) {}
+                                       std::shared_ptr<framework::dataitems::PrivacySettingsObject> const& /*privacy*/) {}
     virtual ~IServiceDataListener() = default;
 };
 

@@ -152,6 +152,8 @@ public:
     // Sets member `name` to `value`, replacing an earlier one (ignored when `value` is null);
     // returns the stored node.
     Value* setNew(std::string const& name, std::unique_ptr<Value> value);
+    // The same for a node made with `new`: the object takes ownership of it.
+    Value* setNew(std::string const& name, Value* value) { return setNew(name, std::unique_ptr<Value>(value)); }
     // Null when there is no such member.
     Value const* get(std::string const& name) const;
     // Removes member `name` and hands it over (null when there is none): a part of a tree moves

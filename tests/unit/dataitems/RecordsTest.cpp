@@ -1,10 +1,22 @@
+// First on purpose: the visitor's namespace, core::dataitems, must not hide the records' from the
+// headers that follow.
+#include "dataitems/ArrayVisitor.h"
+
 #include <onlineservices/framework/AccessTokenObject.h>
+#include <onlineservices/framework/IBackendJobListener.h>
+#include <onlineservices/framework/IServiceDataListener.h>
 #include <onlineservices/framework/JobObject.h>
 #include <onlineservices/framework/KVSItemObject.h>
 #include <onlineservices/framework/PrivacySettingsObject.h>
 #include <onlineservices/framework/ServiceObject.h>
 
+#include "core/Notifier.h"
 #include "dataformats/Json.h"
+#include "subscriptions/JobItem.h"
+#include "subscriptions/KVSItem.h"
+#include "subscriptions/PrivacyItem.h"
+#include "subscriptions/ServiceItem.h"
+#include "subscriptions/TokenItem.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -129,6 +141,15 @@ TEST(ServiceObject, MissingMismatchedOrWrongKindMembers) {
 
     auto const withoutToken = read<ServiceObject>(R"({"id": "1"})");
     EXPECT_FALSE(withoutToken->isAccessTokenSet() || !withoutToken->getAccessToken().empty());
+}
+
+TEST(ArrayVisitor, CollectsTheElementsOfAnArrayAsStringsAndNothingElse) {
+    qel::onlineservices::framework::core::dataitems::ArrayVisitor fromArray;
+    qel::dataformats::json::parse(R"(["a",7,"b"])")->accept(fromArray);
+    EXPECT_EQ(fromArray.getVector(), (Strings{"a", "", "b"}));
+    qel::onlineservices::framework::core::dataitems::ArrayVisitor fromObject;
+    qel::dataformats::json::parse(R"({"a":["x"]})")->accept(fromObject);
+    EXPECT_TRUE(fromObject.getVector().empty());
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <future>
 #include <thread>
+#include <utility>
 
 namespace qel::test {
 namespace {
@@ -43,10 +44,11 @@ protected:
     Match const resource{RequestTypeSubscribeResource};
     Match const element{RequestTypeSubscribeElement};
 
+    // Handed over as temporaries, which reach the same handling as references do.
     void answer(std::uint32_t id, bool succeeded) {
         Response response;
         response.setId(id);
-        item->handleResponse(RequestState(succeeded ? 1 : 0, "refused"), response);
+        item->handleResponse(RequestState(succeeded ? 1 : 0, "refused"), std::move(response));
     }
 };
 
