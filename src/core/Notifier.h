@@ -55,10 +55,12 @@ public:
     void addListener(std::weak_ptr<IKVSListener> const& listener);
     void addListener(std::weak_ptr<IRunStateListener> const& listener);
 
-    void notifyServiceData(std::string const& serviceId, std::shared_ptr<framework::dataitems::ServiceObject> const& service);
+    void notifyServiceData(std::string const& serviceId,
+                           std::shared_ptr<framework::dataitems::ServiceObject> const& service);
     void notifyDisableReason(std::string const& serviceId, std::vector<std::string> const& disableReasons);
     void notifyBaseURL(std::string const& serviceId, std::string const& baseUrl);
-    void notifyAccessToken(std::string const& serviceId, std::shared_ptr<framework::dataitems::AccessTokenObject> const& token);
+    void notifyAccessToken(std::string const& serviceId,
+                           std::shared_ptr<framework::dataitems::AccessTokenObject> const& token);
     void notifyPrivacySettings(std::string const& serviceId,
                                std::shared_ptr<framework::dataitems::PrivacySettingsObject> const& privacy);
     void notifyNetworkInterface(std::string const& serviceId, std::shared_ptr<ClientData> const& ipv4,

@@ -28,7 +28,8 @@ namespace qel::onlineservices::framework::core {
 class QEL_OSF_EXPORT IBackendJobListener {
 public:
     virtual ~IBackendJobListener() = default;
-    virtual BackendJobAcknowledgeCode onBackendJobReceived(std::shared_ptr<framework::dataitems::JobObject> const& job) = 0;
+    virtual BackendJobAcknowledgeCode onBackendJobReceived(
+        std::shared_ptr<framework::dataitems::JobObject> const& job) = 0;
 };
 
 }  // namespace qel::onlineservices::framework::core

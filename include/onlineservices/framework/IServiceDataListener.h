@@ -48,8 +48,9 @@ public:
         std::shared_ptr<v1::qel::networking::api::definitions::ClientData_s> const& /*ipv4*/,
         std::shared_ptr<v1::qel::networking::api::definitions::ClientData_s> const& /*ipv6*/) {}
     // The service's privacy setup changed; the record tells that it changed, not what it holds.
-    virtual void onPrivacySetupChanged(std::string const& /*serviceId*/,
-                                       std::shared_ptr<framework::dataitems::PrivacySettingsObject> const& /*privacy*/) {}
+    virtual void onPrivacySetupChanged(
+        std::string const& /*serviceId*/,
+        std::shared_ptr<framework::dataitems::PrivacySettingsObject> const& /*privacy*/) {}
     virtual ~IServiceDataListener() = default;
 };
 

@@ -124,7 +124,8 @@ TEST_F(SubscriptionBaseItemTest, EventDataReachesTheQueueUncopiedAndOutlivesTheR
     EXPECT_EQ(item->eventNodes.all(), std::vector<std::uintptr_t>{received});
     ASSERT_EQ(item->seen.size(), 1u);
     EXPECT_EQ(item->seen.all()[0].what, R"({"id":"e1","value":"blue"})");
-    EXPECT_TRUE(log.contains(LogLevel::Info, R"((Probe/nav) Event: {"data":{"id":"e1","value":"blue"},"type":"data"})"));
+    EXPECT_TRUE(
+        log.contains(LogLevel::Info, R"((Probe/nav) Event: {"data":{"id":"e1","value":"blue"},"type":"data"})"));
 }
 
 TEST(RSISubscriptionCallback, AFunctionThatReplacesItselfFinishesItsCall) {
