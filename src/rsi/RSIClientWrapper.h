@@ -67,8 +67,9 @@ public:
     static std::string getRequestDescription(qel::rsi::client::Request const& request);
     static std::string getRequestDescription(std::shared_ptr<qel::rsi::client::Request> const& request);
 
-    // The worker's own steps, public so that a test can drive them by hand; each is safe to call
-    // from any thread.
+    // The worker's own steps, public so that a test can drive them by hand. processJob and the
+    // retries run jobs: call them on the worker, or by hand only while no worker runs (before
+    // `start`); the others lock and may be called from any thread.
     void addJob(std::shared_ptr<IRSIJob> const& job);
     void addSubscription(unsigned int id, std::shared_ptr<RSISubscription> const& subscription);
     bool isSubscriptionExisting(unsigned int id) const;

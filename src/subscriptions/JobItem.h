@@ -3,8 +3,9 @@
 //
 // Contract: every job of a resource event is looked at, in order. A job is taken only when its
 // "name" is the service id, its "messageId" (when present) contains "005F/" and it carries no
-// "jobAcknowledgeState" yet. A job without an id usable as the element of its acknowledgement, or
-// with a member of the wrong kind, is logged and neither notified nor acknowledged. A taken job is acknowledged with the listener's answer, or with
+// "jobAcknowledgeState" yet. A job without an id usable as the element of its acknowledgement is
+// logged and neither notified nor acknowledged; other members are read as they convert. A taken
+// job is acknowledged with the listener's answer, or with
 // "unknownError" when no listener answered or the listener threw. The item does not retry an
 // acknowledgement itself: a job whose acknowledgement failed is taken again (listener and
 // acknowledgement) when the backend lists it again. A job is not taken again while its

@@ -1,8 +1,8 @@
 // Mirrors one item of the backend's key-value storage for the application.
 //
-// Contract: subscribes to the item's element alone (its id comes through `handleURI`). An event
-// saying the item is up to date reaches the KVS listeners as (key, value) on the item's queue
-// thread; one saying the backend has a new value makes the item read it first. `update` writes a
+// Contract: subscribes to the item's element alone, under the id known at the time (ids come
+// through `handleURI` and are used from the next request on). An event saying the item is up to
+// date reaches the KVS listeners as (key, value) on the item's queue thread; one saying the backend has a new value makes the item read it first. `update` writes a
 // value from the application's thread and blocks until the backend answered, at most
 // `UPDATE_REQUEST_TIMEOUT_MS`; before the item is subscribed it returns KVS_SERVICE_UNAVAILABLE
 // without sending anything. Calls of `update` are served one at a time, each waiting for its own

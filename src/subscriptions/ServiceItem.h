@@ -4,9 +4,9 @@
 // reasons only when they changed; its access-token URI goes to the token handler. An entry named
 // for another service is refused and the previous one kept. Once the entry was found, its
 // disappearance is reported once as the disable reason "missingServicelistEntry" until it
-// returns. A malformed list (no array, or an entry that is no object with an id) is logged and
-// dropped, so it is never taken for a list without the entry. The element needs no subscription
-// of its own: finding it confirms the item.
+// returns. A malformed list (no array, or an entry that is no object with an id) that lacks the
+// entry is logged and dropped, so it is never taken for a list the entry has left. The element
+// needs no subscription of its own: it is confirmed without a request.
 #pragma once
 
 #include "rsi/IURIHandler.h"

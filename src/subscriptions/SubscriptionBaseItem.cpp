@@ -153,13 +153,12 @@ unsigned int SubscriptionBaseItem::subscribeWithWrapper(std::shared_ptr<Request>
     return m_rsiClientWrapper->subscribe(request, self, self);
 }
 
-std::uint32_t SubscriptionBaseItem::releaseSubscription(std::atomic<std::uint32_t>& id, char const* what) {
+void SubscriptionBaseItem::releaseSubscription(std::atomic<std::uint32_t>& id, char const* what) {
     std::uint32_t const held = id.exchange(0);
     if (held != 0 && m_rsiClientWrapper) {
         m_logger << LogLevel::Info << m_description << " Unsubscribing for " << what << ", SubscriptionId: " << held;
         m_rsiClientWrapper->unsubscribe(held);
     }
-    return held;
 }
 
 void SubscriptionBaseItem::forgetSubscription(SubscriptionIndex index) {

@@ -17,9 +17,10 @@
 // whenever a confirmed subscription is lost; a confirmed resource subscription alone is not
 // reported. A repeated element request re-confirms true; items whose element needs no request
 // report only changes, plus one true to a `subscribe` that found them confirmed, so nothing
-// reaches the callback an `unsubscribe` installed but that unsubscription's own falses.
-// Destruction unsubscribes what is still
-// subscribed and stops the queue. Nothing here throws.
+// reaches the callback an `unsubscribe` installed but that unsubscription's own falses; events
+// and answers that arrive after an `unsubscribe` are dropped until the next `subscribe`.
+// Destruction unsubscribes what is still subscribed and stops the queue. Nothing here throws,
+// except a subscription of an item that no shared pointer owns (std::bad_weak_ptr).
 #pragma once
 
 #include "common/Logger.h"
@@ -148,10 +149,11 @@ private:
 
     // Warns when the push found the backlog at its high-water mark; returns whether it was queued.
     bool notePush(AsyncQueueThread::Pushed const& pushed) const;
-    // Subscribes `request` with this item as both handlers; 0 when the item is not owned.
+    // Subscribes `request` with this item as both handlers; 0 without a wrapper. Throws
+    // std::bad_weak_ptr when no shared pointer owns the item.
     unsigned int subscribeWithWrapper(std::shared_ptr<qel::rsi::client::Request> const& request);
-    // Ends the wrapper subscription `id` holds, if any; returns the id it held.
-    std::uint32_t releaseSubscription(std::atomic<std::uint32_t>& id, char const* what);
+    // Ends the wrapper subscription `id` holds, if any.
+    void releaseSubscription(std::atomic<std::uint32_t>& id, char const* what);
     // True while a subscription to `element` awaits its answer: a repeated request must not
     // replace it.
     bool isElementSubscriptionPending(std::string const& element) const;
