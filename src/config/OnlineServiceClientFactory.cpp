@@ -2,6 +2,7 @@
 
 #include "common/Error.h"
 #include "common/Logger.h"
+#include "common/Thread.h"
 #include "config/ClientEntries.h"
 #include "config/ClientParts.h"
 #include "config/ConfigReader.h"
@@ -23,6 +24,10 @@ namespace qel::onlineservices::framework::core {
 using qel::common::errors::Error;
 using qel::common::logging::Logger;
 using qel::common::logging::LogLevel;
+using qel::common::system::currentThreadName;
+using qel::common::system::handOverTeardown;
+using qel::common::system::isFrameworkThread;
+using qel::common::system::joinRetiredThreads;
 
 std::string const OnlineServiceClientFactory::SERVICE_CAPABILITIES = "capabilitiesmanagement";
 std::string const OnlineServiceClientFactory::RESOURCE_CAPABILITIES = "capabilities";
@@ -164,13 +169,24 @@ std::shared_ptr<OnlineServiceClient> create(std::shared_ptr<FrameworkConfig> con
     return nullptr;
 }
 
-// The handle the application owns. Framework threads hold the client for a moment while they
-// report to it; letting the handle go releases the client at once, on the application's thread,
-// so that the client is never torn down on one of its own threads.
+// The handle the application owns. Framework threads hold the client only for a call; letting
+// the handle go on the application's thread stops the client and joins its threads there. Let go
+// on a framework thread (a listener dropped the last handle), the same is done by a teardown
+// thread, since no thread can join itself.
 std::shared_ptr<IOnlineServiceClient> applicationHandle(std::shared_ptr<OnlineServiceClient> const& client) {
     return std::shared_ptr<IOnlineServiceClient>(client.get(), [owned = client](IOnlineServiceClient*) mutable {
-        owned->release();
-        owned.reset();
+        auto releaseAndDrop = [owned = std::move(owned)]() mutable {
+            owned->release();
+            owned.reset();
+        };
+        if (!isFrameworkThread()) {
+            releaseAndDrop();
+            joinRetiredThreads();  // teardown threads of earlier mistakes, if any
+            return;
+        }
+        handOverTeardown("Client handle released on framework thread " + currentThreadName() +
+                             ": a listener must not drop the application's last handle; teardown handed to another thread",
+                         std::move(releaseAndDrop));
     });
 }
 

@@ -1,10 +1,13 @@
 #include "core/Notifier.h"
 
+#include "common/Clock.h"
+
 #include <exception>
 
 namespace qel::onlineservices::framework::core {
 
 using qel::common::logging::LogLevel;
+using qel::common::system::Clock;
 using qel::common::system::MutexGuard;
 
 namespace {
@@ -69,12 +72,15 @@ auto Notifier::fanOut(std::vector<std::weak_ptr<Listener>>& listeners, char cons
 }
 
 template <typename Call>
-void Notifier::deliver(Call&& call) {
+void Notifier::deliver(Call&& call, bool runState) {
     {
         MutexGuard guard(m_mutex);
+        if (m_closed && !runState) {
+            return;
+        }
         if (m_delivering) {
             // The delivering thread (perhaps this one, inside a listener) takes it in turn.
-            m_deliveries.emplace_back(std::forward<Call>(call));
+            m_deliveries.push_back(Queued{std::forward<Call>(call), !runState});
             return;
         }
         // Nobody delivers, so nothing is queued: delivering here keeps the order.
@@ -170,7 +176,8 @@ void Notifier::notifyRunState(RunState state) {
         m_logger << LogLevel::Info << "notifyRunState ";
     }
     deliver(fanOut(m_runStateListeners, "Runstate listener expired, removing!",
-                   [state](IRunStateListener& listener) { listener.onRunStateChanged(state); }));
+                   [state](IRunStateListener& listener) { listener.onRunStateChanged(state); }),
+            true);
 }
 
 bool Notifier::notifyBackendJob(std::shared_ptr<dataitems::JobObject> const& job, BackendJobAcknowledgeCode& ack) {
@@ -179,12 +186,17 @@ bool Notifier::notifyBackendJob(std::shared_ptr<dataitems::JobObject> const& job
     bool deliverHere = false;
     {
         MutexGuard guard(m_mutex);
+        if (m_closed) {
+            m_logger << LogLevel::Warning << "notifyBackendJob after shutdown refused";
+            return false;
+        }
         if (m_delivering && m_deliveringThread == std::this_thread::get_id()) {
             // Our own delivery would come only after the listener we are inside returned.
             m_logger << LogLevel::Error << "notifyBackendJob from inside a listener refused";
             return false;
         }
-        m_deliveries.push_back([this, job, answer] { answerJob(job, *answer); });
+        // Kept even when closed: its caller waits for the answer.
+        m_deliveries.push_back(Queued{[this, job, answer] { answerJob(job, *answer); }, false});
         deliverHere = !m_delivering;
         if (deliverHere) {
             m_delivering = true;
@@ -234,20 +246,37 @@ void Notifier::answerJob(std::shared_ptr<dataitems::JobObject> const& job, JobAn
     m_jobAnswered.broadcast();
 }
 
+void Notifier::close(std::uint32_t dropAfterMs) {
+    MutexGuard guard(m_mutex);
+    if (!m_closed) {
+        m_closed = true;
+        m_dropFrom = Clock::getSystemTimeValue() + dropAfterMs;
+    }
+}
+
 void Notifier::drain() {
+    std::size_t dropped = 0;
     for (;;) {
         Delivery next;
         {
             MutexGuard guard(m_mutex);
+            bool const dropping = m_closed && Clock::getSystemTimeValue() >= m_dropFrom;
+            while (dropping && !m_deliveries.empty() && m_deliveries.front().droppable) {
+                m_deliveries.pop_front();
+                ++dropped;
+            }
             if (m_deliveries.empty()) {
                 m_delivering = false;
                 m_deliveringThread = std::thread::id();
-                return;
+                break;
             }
-            next = std::move(m_deliveries.front());
+            next = std::move(m_deliveries.front().call);
             m_deliveries.pop_front();
         }
         next();
+    }
+    if (dropped > 0) {
+        m_logger << LogLevel::Warning << "Shutdown: " << dropped << " queued notifications dropped";
     }
 }
 

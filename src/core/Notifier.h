@@ -14,6 +14,10 @@
 // listener added twice is called twice. An exception thrown by a list listener is logged and
 // does not keep the others from being called; one thrown by the backend-job listener reaches
 // the caller of `notifyBackendJob`.
+//
+// Shutdown is bounded: after `close` only run states are taken in (events, jobs and addresses
+// are refused), and events still queued when the bound has passed are dropped with one log line,
+// so a delivering thread ends within the bound plus the listener call it is in.
 #pragma once
 
 #include "common/CondVar.h"
@@ -32,6 +36,7 @@
 #include <onlineservices/framework/RunState.h>
 #include <onlineservices/framework/ServiceObject.h>
 
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -71,15 +76,22 @@ public:
     // and the caller answers the backend itself. Waits until the job was delivered; asked from
     // inside a listener (where waiting would never end) it refuses with a log line and false.
     bool notifyBackendJob(std::shared_ptr<framework::dataitems::JobObject> const& job, BackendJobAcknowledgeCode& ack);
+    // Refuses every later notification but run states; queued events still waiting `dropAfterMs`
+    // (framework clock) after this call are dropped. Idempotent: the first call sets the bound.
+    void close(std::uint32_t dropAfterMs);
 
 private:
     using Delivery = std::function<void()>;
     struct JobAnswer;
+    struct Queued {
+        Delivery call;
+        bool droppable;  // an event, which a closed notifier may drop; run states and jobs are kept
+    };
 
     // Queues one delivery or, when no thread is delivering, delivers it and then the queue on
     // this thread.
     template <typename Call>
-    void deliver(Call&& call);
+    void deliver(Call&& call, bool runState = false);
     // Delivers until the queue is empty, then gives the delivering role up.
     void drain();
     // A delivery that drops the expired listeners of `listeners` and calls `call` on the live ones.
@@ -94,7 +106,9 @@ private:
     std::vector<std::weak_ptr<IServiceDataListener>> m_serviceDataListeners;  // guarded by m_mutex
     std::vector<std::weak_ptr<IKVSListener>> m_kvsListeners;                  // guarded by m_mutex
     std::vector<std::weak_ptr<IRunStateListener>> m_runStateListeners;        // guarded by m_mutex
-    std::deque<Delivery> m_deliveries;                                        // guarded by m_mutex
+    std::deque<Queued> m_deliveries;                                          // guarded by m_mutex
+    bool m_closed = false;                                                    // guarded by m_mutex
+    std::int64_t m_dropFrom = 0;  // guarded by m_mutex: framework time after which events are dropped
     bool m_delivering = false;                                                // guarded by m_mutex
     std::thread::id m_deliveringThread;                                       // guarded by m_mutex
 };

@@ -1,5 +1,7 @@
 #include "core/OnlineServiceClient.h"
 
+#include "common/Thread.h"
+
 #include "rsi/IRSIClientWrapper.h"
 #include "subscriptions/SubscriptionManager.h"
 
@@ -42,15 +44,45 @@ OnlineServiceClient::OnlineServiceClient(std::shared_ptr<FrameworkConfig> const&
       m_runtime(CommonAPI::Runtime::get()) {}
 
 OnlineServiceClient::~OnlineServiceClient() {
-    release();
+    if (m_released.load() || !qel::common::system::isFrameworkThread()) {
+        release();
+        return;
+    }
+    // The last reference went on one of the framework's threads, which cannot join itself: stop
+    // here, report DESTROYED, and let a teardown thread end the threads and the parts.
+    stop();
+    reportDestroyed();
+    qel::common::system::handOverTeardown(
+        "OnlineServiceClient destroyed on framework thread " + qel::common::system::currentThreadName() +
+            ": its last reference must not be dropped inside a listener; teardown handed to another thread",
+        [subscriptions = std::move(m_subscriptionManager), rsiClient = std::move(m_rsiClient),
+         conditions = std::move(m_conditionManager)] {
+            if (subscriptions) {
+                subscriptions->shutdown();
+                subscriptions->endNetworking();
+            }
+        });
 }
 
 void OnlineServiceClient::release() {
+    if (m_released.exchange(true)) {
+        return;
+    }
     stop();
-    // Joins the item queues, so the condition actions release the items on this thread and not
-    // on a queue thread that happens to be delivering an event.
+    // Joins the item queues and the networking retry thread, so the parts are released on this
+    // thread and not on a framework thread that happens to be delivering an event.
     if (m_subscriptionManager) {
         m_subscriptionManager->shutdown();
+        m_subscriptionManager->endNetworking();
+    }
+    reportDestroyed();
+}
+
+void OnlineServiceClient::reportDestroyed() {
+    // The walk to DESTROYED waits for answers that the ended threads no longer give.
+    if (getRunState() != RunState::DESTROYED) {
+        m_stateLogger << LogLevel::Info << "Released before the walk to DESTROYED completed";
+        setAndNotifyRunstate(RunState::DESTROYED);
     }
 }
 
@@ -90,6 +122,10 @@ void OnlineServiceClient::unpauseConnection() {
 void OnlineServiceClient::stop() {
     if (m_stopRequested.load()) {
         return;
+    }
+    // Before anything else, so that an event flood cannot keep the walk to DESTROYED delivering.
+    if (m_notifier) {
+        m_notifier->close(SHUTDOWN_DELIVERY_BOUND_MS);
     }
     setStopRequested(true);
     if (m_rsiClient) {

@@ -52,6 +52,8 @@ class OnlineServiceClient : public IOnlineServiceClient,
 public:
     using NetworkingProxy = v1::qel::networking::api::networkingProxy<>;
     static constexpr std::uint32_t NO_SUBSCRIPTION = 0xFFFFFFFFu;  // a CommonAPI subscription handle
+    // Once `stop` began, events still queued for the listeners after this long are dropped.
+    static constexpr std::uint32_t SHUTDOWN_DELIVERY_BOUND_MS = 100;
     static std::map<RunState, std::string> const m_runstateStrings;
     static std::map<UseCase, std::string> const m_usecaseStrings;
 
@@ -70,9 +72,9 @@ public:
     void addRunStateListener(std::shared_ptr<IRunStateListener> const& listener) override;
     KVSUpdateStatus updateKVSItem(std::string const& key, std::string const& value) override;
 
-    // `stop`, then waits for the threads that deliver the items' events. The application's
-    // handle calls it when the application lets the client go, so that the client ends on the
-    // application's thread even if a framework thread still holds it for a moment.
+    // `stop`, then joins the item queues and the networking retry thread (each after the listener
+    // call it is in) and reports DESTROYED if the walk has not got there. The application's handle
+    // calls it when the application lets the client go, on the application's thread. Idempotent.
     void release();
 
     void notifyConditions(std::map<ConditionName, bool> const& conditions) override;
@@ -143,12 +145,14 @@ private:
     std::shared_ptr<NetworkingProxy> networkingProxy() const;
     void onNetworkingAvailability(CommonAPI::AvailabilityStatus status);
     void unsubscribeNetworking();
+    void reportDestroyed();
 
     std::atomic<bool> m_disableReasonActive{false};
     std::atomic<bool> m_paused{false};
     std::atomic<bool> m_stopRequested{false};
     std::atomic<bool> m_disconnected{false};
     std::atomic<bool> m_started{false};
+    std::atomic<bool> m_released{false};
 
     std::shared_ptr<FrameworkConfig> const m_frameworkConfig;
     qel::common::logging::Logger m_logger;       // general messages

@@ -4,6 +4,7 @@
 #include "subscriptions/RSISubscriptionCallback.h"
 #include "subscriptions/SubscriptionCollector.h"
 
+#include <atomic>
 #include <fstream>
 #include <limits>
 #include <utility>
@@ -13,13 +14,22 @@ namespace qel::onlineservices::framework::core {
 using qel::common::logging::LogLevel;
 using qel::common::system::MutexGuard;
 
+namespace {
+std::atomic<unsigned int> g_defaultRetryIntervalMs{SubscriptionManager::NETWORKING_RETRY_INTERVAL_MS};
+}  // namespace
+
+void SubscriptionManager::setDefaultNetworkingRetryInterval(unsigned int intervalMs) {
+    g_defaultRetryIntervalMs.store(intervalMs);
+}
+
 SubscriptionManager::SubscriptionManager(std::shared_ptr<FrameworkConfig> const& config,
                                          std::shared_ptr<Notifier> const& notifier,
                                          std::shared_ptr<IRSIClientWrapper> const& rsiClient)
     : m_logger(config ? config->loggerName : std::string("framework")),
       m_config(config),
       m_notifier(notifier),
-      m_rsiClient(rsiClient) {}
+      m_rsiClient(rsiClient),
+      m_retryIntervalMs(g_defaultRetryIntervalMs.load()) {}
 
 SubscriptionManager::~SubscriptionManager() {
     std::unique_ptr<RetryRequestThread> retryThread;
@@ -196,6 +206,10 @@ void SubscriptionManager::connectNetworking(std::shared_ptr<IUpdateConditionCall
     unsigned int intervalMs = NETWORKING_RETRY_INTERVAL_MS;
     {
         MutexGuard guard(m_networkingLock);
+        if (m_networkingEnded) {
+            m_logger << LogLevel::Info << "connectNetworking after shutdown ignored";
+            return;
+        }
         intervalMs = m_retryIntervalMs;
     }
     auto thread = std::make_unique<RetryRequestThread>(std::move(request), intervalMs, 0);
@@ -319,6 +333,25 @@ void SubscriptionManager::disconnectNetworking(std::shared_ptr<IUpdateConditionC
 
 void SubscriptionManager::requestShutdown() {
     stopRetrying("Shutdown request received. Aborting connecting to Networking.");
+}
+
+void SubscriptionManager::endNetworking() {
+    std::unique_ptr<RetryRequestThread> retryThread;
+    std::unique_ptr<RetryRequestThread> retiredThread;
+    {
+        MutexGuard guard(m_networkingLock);
+        m_networkingEnded = true;
+        if (t_onRetryThread) {
+            return;  // the destructor, on another thread, joins it
+        }
+        retryThread.swap(m_retryThread);
+        retiredThread.swap(m_retiredRetryThread);
+    }
+    retryThread.reset();  // waits for a try or a listener call in progress
+    retiredThread.reset();
+    if (networkingProxy() && !(m_config && m_config->skipNetworkingRegistration)) {
+        disconnectNetworking(nullptr);
+    }
 }
 
 }  // namespace qel::onlineservices::framework::core

@@ -72,8 +72,13 @@ public:
     void disconnectNetworking(std::shared_ptr<IUpdateConditionCallback> const& callback);
     // Stops the retrying; no networking call is made.
     void requestShutdown();
+    // Stops the retrying, joins the retry thread (unless called on it) and gives every service's
+    // access back; later `connectNetworking` calls start none. For the client's release.
+    void endNetworking();
     // The wait between tries, for tests; 2000 ms unless changed.
     void setNetworkingRetryInterval(unsigned int intervalMs);
+    // The wait of managers created from now on, for tests and soaks that build whole clients.
+    static void setDefaultNetworkingRetryInterval(unsigned int intervalMs);
     // True while the retry thread waits for its next try (for diagnostics and tests).
     bool isNetworkingRetryWaiting() const;
 
@@ -102,7 +107,8 @@ private:
 
     mutable qel::common::system::Mutex m_networkingLock;
     std::shared_ptr<NetworkingProxy> m_networkingProxy;             // guarded by m_networkingLock
-    unsigned int m_retryIntervalMs = NETWORKING_RETRY_INTERVAL_MS;  // guarded by m_networkingLock
+    unsigned int m_retryIntervalMs;                                 // guarded by m_networkingLock
+    bool m_networkingEnded = false;                                 // guarded by m_networkingLock
     // A retry thread replaced from its own thread (a condition answered there asked again);
     // joined by the next replacement or the destructor.
     std::unique_ptr<RetryRequestThread> m_retiredRetryThread;  // guarded by m_networkingLock

@@ -6,9 +6,19 @@
 // operations are called on the application's thread, return without waiting for the backend
 // (except `updateKVSItem`) and report failures through the log and their result, never by
 // throwing. None of them may be called from inside a listener (a framework thread). Listeners
-// are held weakly: the application owns them. Release the client on the
-// application's thread, never from inside a listener: its destructor waits for the framework's
-// threads to finish what they are doing.
+// are held weakly: the application owns them.
+//
+// Ownership and lifetime: the application's handle is the only lasting strong reference to the
+// client. The framework's threads refer to the client and to every object that owns a thread
+// weakly, and hold a strong reference only for the duration of one call, so the last reference
+// is always the application's. Release the handle on the application's thread: that stops the
+// client (as `stop` does, reporting DESTROYED to the run-state listeners still alive), waits
+// until every framework thread has left the listener it is in and ended, and only then returns.
+// Releasing never waits for a flood of events: from the moment `stop` begins no new event is
+// taken in, and events still queued 100 ms later are dropped, so a release takes at most about
+// 100 ms plus the longest listener call in progress. Do not drop the last handle inside a
+// listener (a framework thread, which cannot wait for itself); if it happens anyway, a separate
+// teardown thread does the release and a warning names the mistake.
 #pragma once
 
 #include <onlineservices/framework/Export.h>
@@ -32,8 +42,9 @@ public:
     virtual void pauseConnection() = 0;
     // Goes back to RESUMED after `pauseConnection`.
     virtual void unpauseConnection() = 0;
-    // Shuts the client down for good (run state DESTROYED); a second call does nothing. The
-    // client can only be destroyed afterwards. Destroying a running client stops it first.
+    // Shuts the client down for good (run state DESTROYED); a second call does nothing. From
+    // here on no new event is taken in; run states still are. The client can only be released afterwards.
+    // Releasing a running client stops it first.
     virtual void stop() = 0;
     // The one listener that executes backend jobs; replaces an earlier one.
     virtual void setBackendJobListener(std::shared_ptr<IBackendJobListener> const& listener) = 0;

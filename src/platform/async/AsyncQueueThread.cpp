@@ -41,6 +41,7 @@ struct AsyncQueueThread::State {
     void loop() {
         std::unique_lock<std::mutex> lock(mutex);
         qel::common::system::setCurrentThreadName(name);
+        qel::common::system::markFrameworkThread();
         while (true) {
             wake.wait(lock, [this] { return stopped || !jobs.empty(); });
             if (stopped) {

@@ -46,7 +46,30 @@ private:
     std::vector<std::thread> m_threads;  // guarded by m_mutex
 };
 
+thread_local bool t_frameworkThread = false;
+
 }  // namespace
+
+void markFrameworkThread() {
+    t_frameworkThread = true;
+}
+
+bool isFrameworkThread() {
+    return t_frameworkThread;
+}
+
+void handOverTeardown(std::string const& mistake, std::function<void()> teardown) {
+    logging::Logger("platform.thread") << LogLevel::Warning << mistake;
+    try {
+        retireThread(std::thread([teardown = std::move(teardown)] {
+            setCurrentThreadName("Teardown");
+            teardown();
+        }));
+    } catch (std::system_error const& error) {
+        // No thread to spare: better a late join at exit than a self-join now.
+        logging::Logger("platform.thread") << LogLevel::Error << "Could not start teardown thread: " << error.what();
+    }
+}
 
 void retireThread(std::thread thread) {
     if (thread.joinable()) {
@@ -130,6 +153,7 @@ bool Thread::isRunning() const {
 
 void Thread::body() {
     setCurrentThreadName(m_name);
+    markFrameworkThread();
     preExecute();
     run();
     postExecute();

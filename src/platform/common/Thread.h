@@ -10,6 +10,7 @@
 #include "common/Mutex.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -68,6 +69,15 @@ private:
 void retireThread(std::thread thread);
 // Joins the retired threads, except the calling one; returns when they have ended.
 void joinRetiredThreads();
+
+// Framework threads (every `Thread`, item queue and binding dispatcher) mark themselves, so that
+// an owner released on one of them can tell that it must not join from there.
+void markFrameworkThread();
+bool isFrameworkThread();
+// Runs `teardown` on a thread of its own ("Teardown"), which may join framework threads, and
+// logs `mistake` as a warning. For an owner whose last reference was dropped on a framework
+// thread. The teardown thread is joined by the next `joinRetiredThreads()`, or at exit.
+void handOverTeardown(std::string const& mistake, std::function<void()> teardown);
 
 // Names the calling thread (at most 15 characters are kept).
 void setCurrentThreadName(std::string const& name);

@@ -35,6 +35,7 @@ struct EventDispatcher::Queue {
 EventDispatcher::EventDispatcher(std::string name) : m_queue(std::make_shared<Queue>()) {
     m_thread = std::thread([queue = m_queue, name = std::move(name)] {
         qel::common::system::setCurrentThreadName(name);
+        qel::common::system::markFrameworkThread();
         queue->run();
     });
 }
@@ -42,7 +43,10 @@ EventDispatcher::EventDispatcher(std::string name) : m_queue(std::make_shared<Qu
 EventDispatcher::~EventDispatcher() {
     stop();
     if (m_thread.get_id() == std::this_thread::get_id()) {
-        qel::common::system::retireThread(std::move(m_thread));
+        // The thread ends after the job that held the last reference; another thread joins it.
+        qel::common::system::handOverTeardown(
+            "Dispatcher thread released on itself by its last job; joined by a teardown thread",
+            [thread = std::make_shared<std::thread>(std::move(m_thread))] { thread->join(); });
     } else if (m_thread.joinable()) {
         m_thread.join();
     }

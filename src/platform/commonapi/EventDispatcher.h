@@ -3,7 +3,7 @@
 // Contract: `post` never blocks on a job; jobs posted after `stop` are dropped. The destructor
 // stops the thread, which first runs what was posted before, and joins it. Released on the
 // thread itself (a job held the last reference), it cannot join: the thread then ends after that
-// job and is joined later (see `retireThread`). Jobs run without any lock.
+// job and a teardown thread joins it, with a warning (see `handOverTeardown`). Jobs run without any lock.
 #pragma once
 
 #include <functional>

@@ -1,6 +1,7 @@
 #include "core/Notifier.h"
 
 #include "support/LogCapture.h"
+#include "support/ManualClock.h"
 
 #include <gtest/gtest.h>
 
@@ -196,6 +197,50 @@ TEST(Notifier, JobAskedWhileAnotherThreadDeliversIsAnsweredToTheAskingThread) {
 
     auto ack = BackendJobAcknowledgeCode::UNKNOWN_ERROR;
     EXPECT_THROW(notifier.notifyBackendJob(std::make_shared<dataitems::JobObject>(), ack), std::runtime_error);
+}
+
+// Shutdown: after `close` only run states get in, and events queued behind a listener are
+// delivered until the bound has passed on the framework clock, then dropped.
+TEST(Notifier, AClosedNotifierTakesOnlyRunStatesAndDropsQueuedEventsOnceItsBoundPassed) {
+    qel::test::ManualClock clock;
+    qel::test::LogCapture log;
+    struct Closing : IKVSListener {
+        void onKVSItemChanged(std::string const& key, std::string const& value) override {
+            calls.push_back(key + "=" + value);
+            if (value != "first") {
+                return;
+            }
+            notifier->notifyKVSItem("k", "queued");  // behind this call
+            notifier->close(100);
+            notifier->notifyKVSItem("k", "refused");
+            notifier->notifyRunState(RunState::DESTROYED);
+            clock->advance(advanceMs);
+        }
+        Notifier* notifier = nullptr;
+        qel::test::ManualClock* clock = nullptr;
+        std::int64_t advanceMs = 0;
+        Lines calls;
+    };
+    auto const run = [&](std::int64_t advanceMs) {
+        Notifier notifier(std::make_shared<FrameworkConfig>());
+        auto const listener = std::make_shared<Closing>();
+        listener->notifier = &notifier;
+        listener->clock = &clock;
+        listener->advanceMs = advanceMs;
+        auto const states = std::make_shared<Recorder>();
+        notifier.addListener(std::weak_ptr<IKVSListener>(listener));
+        notifier.addListener(std::weak_ptr<IRunStateListener>(states));
+        notifier.notifyKVSItem("k", "first");
+        notifier.notifyKVSItem("k", "after");
+        BackendJobAcknowledgeCode ack = BackendJobAcknowledgeCode::UNKNOWN_ERROR;
+        EXPECT_FALSE(notifier.notifyBackendJob(nullptr, ack));
+        EXPECT_EQ(states->calls, Lines{"6"});
+        return listener->calls;
+    };
+    EXPECT_EQ(run(99), (Lines{"k=first", "k=queued"}));
+    EXPECT_EQ(log.count(LogLevel::Warning, "Shutdown: 1 queued notifications dropped"), 0u);
+    EXPECT_EQ(run(100), Lines{"k=first"});
+    EXPECT_EQ(log.count(LogLevel::Warning, "Shutdown: 1 queued notifications dropped"), 1u);
 }
 
 }  // namespace

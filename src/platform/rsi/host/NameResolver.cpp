@@ -77,6 +77,7 @@ std::shared_ptr<NameResolver::Pending> NameResolver::startLookup() {
     m_pending = std::make_shared<Pending>();
     m_thread = std::thread([this, pending = m_pending] {
         common::system::setCurrentThreadName("rsi-resolve");
+        common::system::markFrameworkThread();
         Result result;
         try {
             result = m_lookup(m_host);

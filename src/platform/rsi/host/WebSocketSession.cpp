@@ -304,6 +304,7 @@ void WebSocketSession::cancelConnect() {
 void WebSocketSession::start() {
     m_reader = std::thread([impl = m_impl] {
         common::system::setCurrentThreadName("rsi-ws-reader");
+        common::system::markFrameworkThread();
         t_isReaderThread = true;
         impl->heardNow();
         impl->readNext();
