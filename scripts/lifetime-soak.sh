@@ -18,4 +18,4 @@ run=()
 if [ "$preset" = "tsan" ] && [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -gt 28 ]; then
   run=(setarch "$(uname -m)" -R)
 fi
-"${run[@]}" "build/$preset/benchmarks/qel_lifetime_soak" --lives "$lives" --seed "$seed"
+"${run[@]}" "build/$preset/benchmarks/soak/qel_lifetime_soak" --lives "$lives" --seed "$seed"

@@ -1,6 +1,7 @@
 // Soak: many client lives, each let go at a random moment, against the backend simulator and the
 // in-process networking binding. Not part of the test suite. Run by hand or from CI:
-//   build/default/benchmarks/qel_lifetime_soak [--lives N] [--seed S] [--batch B]
+//   scripts/lifetime-soak.sh [preset] [lives] [first seed]
+//   build/<preset>/benchmarks/soak/qel_lifetime_soak [--lives N] [--seed S] [--batch B]
 // Life i uses seed S+i, so one failing moment is replayed with `--seed <its seed> --lives 1`.
 // Lives run in child processes, `--batch` lives per child, so a crash ends one child and is
 // counted, and the next child goes on with the following seed. Counted per life: crashes (a
@@ -20,6 +21,7 @@
 #include <onlineservices/framework/OnlineServiceClientFactory.h>
 
 #include <algorithm>
+#include <csignal>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -33,6 +35,7 @@
 #include <thread>
 #include <vector>
 
+#include <execinfo.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -76,15 +79,24 @@ long countEntries(char const* directory) {
     return count;
 }
 
-// Threads a client starts; none may outlive its release.
-int frameworkThreads() {
+// Threads a client starts; none may outlive its release. A teardown thread counts unless
+// `withTeardown` is false.
+int frameworkThreads(bool withTeardown = true, std::string* names = nullptr) {
     int count = 0;
     for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
         std::string name;
         std::ifstream(task.path() / "comm") >> name;
+        if (!withTeardown && name == "Teardown") {
+            continue;
+        }
         for (auto const* prefix : {"RetryRequest", "framework", "Teardown", "svc:", "tok:", "prv:", "kvs:", "job:",
                                    "rsi-ws-reader", "rsi-resolve"}) {
-            count += name.rfind(prefix, 0) == 0 ? 1 : 0;
+            if (name.rfind(prefix, 0) == 0) {
+                ++count;
+                if (names) {
+                    *names += " " + name;
+                }
+            }
         }
     }
     return count;
@@ -160,6 +172,7 @@ struct Life {
     bool flood = false;
     int frameworkThreadsLeft = 0;
     int lateCalls = 0;
+    std::string threadNames;  // of the framework threads left
 };
 
 class Rig {
@@ -230,6 +243,7 @@ Life Rig::live(std::uint32_t seed, Moment moment) {
     std::thread pusher;
     std::thread updater;
     std::shared_ptr<core::IOnlineServiceClient> updaterHandle;
+    long updaterReleaseUs = 0;
     auto const resumed = [&] { return waitFor([&] { return listeners->resumedSeen.load(); }, 5000); };
     switch (moment) {
     case DURING_STARTUP:
@@ -261,9 +275,11 @@ Life Rig::live(std::uint32_t seed, Moment moment) {
         resumed();
         backend.delayAnswers("*", static_cast<std::uint32_t>(uniform(50, 400)));
         updaterHandle = client;
-        updater = std::thread([&updaterHandle] {
+        updater = std::thread([&updaterHandle, &updaterReleaseUs] {
             updaterHandle->updateKVSItem("nav.color", "blue");
+            auto const start = Clock::now();
             updaterHandle.reset();  // the release, if the main thread let go first
+            updaterReleaseUs = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
         });
         Listeners::pause(uniform(0, 5000));
         break;
@@ -294,12 +310,13 @@ Life Rig::live(std::uint32_t seed, Moment moment) {
         client->stop();
     }
     client.reset();
-    if (updater.joinable()) {
-        updater.join();  // its handle may have been the last one
-    }
     life.releaseUs = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
+    if (updater.joinable()) {
+        updater.join();  // its handle may have been the last one: then its drop was the release
+        life.releaseUs = std::max(life.releaseUs, updaterReleaseUs);
+    }
     if (moment != LISTENER_HOLDS_CLIENT) {
-        life.frameworkThreadsLeft = frameworkThreads();
+        life.frameworkThreadsLeft = frameworkThreads(true, &life.threadNames);
         listeners->released = true;
     }
     pushing = false;
@@ -309,10 +326,11 @@ Life Rig::live(std::uint32_t seed, Moment moment) {
     if (moment == LISTENER_HOLDS_CLIENT) {
         // The handle may still be held (no RESUMED yet) or torn down on a teardown thread.
         listeners->takeHolder().reset();
-        waitFor([] { return frameworkThreads() <= 1; }, 2000);
+        // A teardown thread joins the others before it ends; then it is joined here.
+        waitFor([] { return frameworkThreads(false) == 0; }, 2000);
         qel::common::system::joinRetiredThreads();
         life.releaseUs = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
-        life.frameworkThreadsLeft = frameworkThreads();
+        life.frameworkThreadsLeft = frameworkThreads(true, &life.threadNames);
         listeners->released = true;
     }
     backend.delayAnswers("*", 0);
@@ -322,9 +340,20 @@ Life Rig::live(std::uint32_t seed, Moment moment) {
     return life;
 }
 
+// A crashing child prints where, so that the seed comes with a first clue.
+void printStackAndDie(int signal) {
+    void* frames[64];
+    int const count = backtrace(frames, 64);
+    backtrace_symbols_fd(frames, count, STDERR_FILENO);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
 // The child: runs lives [first, first + count) and reports each on `out`.
 int runChild(std::uint32_t firstSeed, int count, FILE* out) {
-    qel::common::logging::LogConfig::setThreshold(qel::common::logging::LogLevel::Error);
+    std::signal(SIGSEGV, printStackAndDie);
+    std::signal(SIGBUS, printStackAndDie);
+    qel::common::logging::LogConfig::setSinks({});  // thousands of lives; the counts tell
     Rig rig;
     if (!rig.start()) {
         std::fprintf(stderr, "simulators did not start\n");
@@ -350,6 +379,9 @@ int runChild(std::uint32_t firstSeed, int count, FILE* out) {
                 break;
             }
             settle();
+        }
+        if (life.frameworkThreadsLeft > 0) {
+            std::fprintf(stderr, "seed %u: framework threads left:%s\n", seed, life.threadNames.c_str());
         }
         std::fprintf(out, "life %u %d %d %ld %d %ld %ld %d\n", seed, static_cast<int>(moment), life.flood ? 1 : 0,
                      life.releaseUs, life.frameworkThreadsLeft, std::max(threads, 0L), std::max(fds, 0L),
@@ -466,6 +498,7 @@ int main(int argc, char** argv) {
             batch = std::max(1, std::atoi(argv[i + 1]));
         }
     }
+    ::setenv("QEL_COMMONAPI_BINDING", "inprocess", 1);  // the networking service lives in this process
     Totals totals;
     std::uint32_t const end = seed + static_cast<std::uint32_t>(lives);
     auto const began = Clock::now();

@@ -17,6 +17,8 @@
 #include "subscriptions/TokenItem.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 #include <exception>
 
 namespace qel::onlineservices::framework::core {
@@ -28,6 +30,7 @@ using qel::common::system::currentThreadName;
 using qel::common::system::handOverTeardown;
 using qel::common::system::isFrameworkThread;
 using qel::common::system::joinRetiredThreads;
+using qel::common::system::makeThreadOwner;
 
 std::string const OnlineServiceClientFactory::SERVICE_CAPABILITIES = "capabilitiesmanagement";
 std::string const OnlineServiceClientFactory::RESOURCE_CAPABILITIES = "capabilities";
@@ -78,11 +81,13 @@ void addKvsItem(ClientParts& parts, Logger const& logger, std::string const& key
 
 ClientParts buildParts(std::shared_ptr<FrameworkConfig> const& config, Logger const& logger) {
     ClientParts parts;
-    parts.rsiClient = std::make_shared<RSIClientWrapper>(config);
+    // Owners of threads that an event handler may hold last, on a framework thread.
+    parts.rsiClient = makeThreadOwner<RSIClientWrapper>("RSIClientWrapper", config);
     parts.serviceManager = std::make_shared<RSIServiceManager>(config, parts.rsiClient);
     parts.entryManager = std::make_shared<RSIEntryManager>(config, parts.rsiClient);
     parts.notifier = std::make_shared<Notifier>(config);
-    parts.subscriptionManager = std::make_shared<SubscriptionManager>(config, parts.notifier, parts.rsiClient);
+    parts.subscriptionManager =
+        makeThreadOwner<SubscriptionManager>("SubscriptionManager", config, parts.notifier, parts.rsiClient);
     for (auto const& serviceId : config->serviceIds) {
         addServiceItems(parts, logger, serviceId);
     }
@@ -152,8 +157,10 @@ std::shared_ptr<OnlineServiceClient> assemble(std::shared_ptr<FrameworkConfig> c
     return client;
 }
 
-std::shared_ptr<OnlineServiceClient> create(std::shared_ptr<FrameworkConfig> const& config, Logger const& logger) {
+std::shared_ptr<OnlineServiceClient> create(std::shared_ptr<FrameworkConfig> const& config, Logger const& logger,
+                                            std::weak_ptr<RSIClientWrapper>& rsiClient) {
     ClientParts const parts = buildParts(config, logger);
+    rsiClient = parts.rsiClient;
     auto conditions = std::make_shared<ConditionManager>(config, buildConditionActions(parts), buildPreconditionTable());
     if (config->serviceIds.empty()) {
         logger << LogLevel::Error << "Could not create OnlineServiceClient, no serviceIds given in OnlineServiceClientConfig";
@@ -173,15 +180,22 @@ std::shared_ptr<OnlineServiceClient> create(std::shared_ptr<FrameworkConfig> con
 // the handle go on the application's thread stops the client and joins its threads there. Let go
 // on a framework thread (a listener dropped the last handle), the same is done by a teardown
 // thread, since no thread can join itself.
-std::shared_ptr<IOnlineServiceClient> applicationHandle(std::shared_ptr<OnlineServiceClient> const& client) {
-    return std::shared_ptr<IOnlineServiceClient>(client.get(), [owned = client](IOnlineServiceClient*) mutable {
+std::shared_ptr<IOnlineServiceClient> applicationHandle(std::shared_ptr<OnlineServiceClient> const& client,
+                                                        std::weak_ptr<RSIClientWrapper> const& rsiClient) {
+    return std::shared_ptr<IOnlineServiceClient>(client.get(), [owned = client, rsiClient](IOnlineServiceClient*) mutable {
         auto releaseAndDrop = [owned = std::move(owned)]() mutable {
             owned->release();
             owned.reset();
         };
         if (!isFrameworkThread()) {
             releaseAndDrop();
-            joinRetiredThreads();  // teardown threads of earlier mistakes, if any
+            // An RSI event handler may have held the RSI client last for a moment; its teardown
+            // thread (and the reader thread it joins) end before the release returns.
+            auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+            while (!rsiClient.expired() && std::chrono::steady_clock::now() < deadline) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+            joinRetiredThreads();
             return;
         }
         handOverTeardown("Client handle released on framework thread " + currentThreadName() +
@@ -197,9 +211,10 @@ std::shared_ptr<IOnlineServiceClient> OnlineServiceClientFactory::createOnlineSe
     try {
         auto const merged = mergeConfig(config);
         Logger logger(merged->loggerName);
-        auto client = create(merged, logger);
+        std::weak_ptr<RSIClientWrapper> rsiClient;
+        auto client = create(merged, logger, rsiClient);
         printConfig(logger, merged);
-        return client ? applicationHandle(client) : nullptr;
+        return client ? applicationHandle(client, rsiClient) : nullptr;
     } catch (std::exception const& error) {
         // Nothing may escape to the application; a failure of the platform is a failed creation.
         Logger(config.serviceIds.empty() ? "framework" : "framework_" + config.serviceIds.front())

@@ -74,14 +74,36 @@ void joinRetiredThreads();
 // an owner released on one of them can tell that it must not join from there.
 void markFrameworkThread();
 bool isFrameworkThread();
+// The calling thread's name as the operating system knows it.
+std::string currentThreadName();
 // Runs `teardown` on a thread of its own ("Teardown"), which may join framework threads, and
 // logs `mistake` as a warning. For an owner whose last reference was dropped on a framework
 // thread. The teardown thread is joined by the next `joinRetiredThreads()`, or at exit.
 void handOverTeardown(std::string const& mistake, std::function<void()> teardown);
 
+// A shared pointer's deleter for an object that owns threads: released on a framework thread
+// (which may be one of the object's own), it is deleted by a teardown thread instead.
+template <typename T>
+struct DeleteOffFrameworkThreads {
+    char const* what;
+    void operator()(T* object) const {
+        if (!isFrameworkThread()) {
+            delete object;
+            return;
+        }
+        handOverTeardown(std::string(what) + " released on framework thread " + currentThreadName() +
+                             "; deleted by a teardown thread",
+                         [object] { delete object; });
+    }
+};
+
+// `std::make_shared` for such an object.
+template <typename T, typename... Args>
+std::shared_ptr<T> makeThreadOwner(char const* what, Args&&... args) {
+    return std::shared_ptr<T>(new T(std::forward<Args>(args)...), DeleteOffFrameworkThreads<T>{what});
+}
+
 // Names the calling thread (at most 15 characters are kept).
 void setCurrentThreadName(std::string const& name);
-// The calling thread's name as the operating system knows it.
-std::string currentThreadName();
 
 }  // namespace qel::common::system

@@ -64,6 +64,7 @@ WebSocketChannel::~WebSocketChannel() {
     {
         std::lock_guard<std::mutex> const lock(m_mutex);
         m_shuttingDown = true;
+        m_open = false;  // the reader may still answer a late acknowledgement until it is joined
         session = std::move(m_session);
     }
     // Its destructor closes the connection and joins the reader thread, outside our lock.
