@@ -32,22 +32,30 @@ bool applicationRegistered() {
 }  // namespace
 
 struct DltSink::Impl {
+    struct Context {
+        std::once_flag registered;
+        DltContext dlt{};
+    };
+
     std::mutex mutex;
-    // Node-based, so a registered context keeps its address for libdlt.
-    std::map<std::string, DltContext, std::less<>> contexts;  // guarded by mutex
+    // Node-based, so a context keeps its address for libdlt.
+    std::map<std::string, Context, std::less<>> contexts;  // guarded by mutex
     bool ownsApp = false;
 
     DltContext* contextFor(std::string_view name) {
-        std::lock_guard<std::mutex> lock(mutex);
-        auto found = contexts.find(name);
-        if (found != contexts.end()) {
-            return &found->second;
+        Context* context = nullptr;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            auto found = contexts.find(name);
+            context = found != contexts.end() ? &found->second : &contexts[std::string(name)];
         }
-        auto& context = contexts[std::string(name)];
-        std::string description(name);
-        dlt_register_context_ll_ts(&context, DltSink::contextId(name).c_str(), description.c_str(),
-                                   toDlt(LogConfig::threshold()), DLT_TRACE_STATUS_OFF);
-        return &context;
+        // Registered outside the map's lock; a second writer of the same context waits here.
+        std::call_once(context->registered, [&] {
+            std::string const description(name);
+            dlt_register_context_ll_ts(&context->dlt, DltSink::contextId(name).c_str(), description.c_str(),
+                                       toDlt(LogConfig::threshold()), DLT_TRACE_STATUS_OFF);
+        });
+        return &context->dlt;
     }
 };
 
@@ -59,7 +67,7 @@ DltSink::DltSink(std::string appId, std::string appDescription) : m_impl(std::ma
 
 DltSink::~DltSink() {
     for (auto& entry : m_impl->contexts) {
-        dlt_unregister_context(&entry.second);
+        dlt_unregister_context(&entry.second.dlt);
     }
     if (m_impl->ownsApp) {
         dlt_unregister_app();
