@@ -28,6 +28,9 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libqel-onlineservices-framework${PROJECT_V
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 # A shlibs file for packages built on ours; CPack adds postinst/postrm that only run ldconfig.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+# dpkg runs ldconfig through this trigger for the shared libraries.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "online services framework for head-unit applications: shared libraries
  The framework library and the platform libraries it loads at run time.")
 
