@@ -28,19 +28,44 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libqel-onlineservices-framework${PROJECT_V
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 # A shlibs file for packages built on ours; CPack adds postinst/postrm that only run ldconfig.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+# dpkg runs ldconfig through this trigger for the shared libraries.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "online services framework for head-unit applications: shared libraries
  The framework library and the platform libraries it loads at run time.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libqel-onlineservices-framework-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+# The installed headers of the D-Bus binding and the host RSI client include these libraries' own.
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libsdbus-c++-dev, libboost-dev")
 set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "cmake, pkg-config")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "online services framework for head-unit applications: development files
  Public headers, the CMake package qel_onlineservices_framework and pkg-config files.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME qel-onlineservices-framework-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
+# The networking simulator and the demo talk over a D-Bus session bus.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "dbus")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "online services framework for head-unit applications: host kit
  Simulators of the backend and the platform services, and the demo application.")
+
+# Every package carries its copyright and changelog; the developers' ones the protocol documents.
+string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+file(WRITE ${PROJECT_BINARY_DIR}/debian/changelog
+  "qel-onlineservices-framework (${PROJECT_VERSION}) unstable; urgency=medium\n\n"
+  "  * Release ${PROJECT_VERSION}.\n\n"
+  " -- ${CPACK_PACKAGE_CONTACT}  ${changelog_date}\n")
+execute_process(COMMAND gzip -9nf ${PROJECT_BINARY_DIR}/debian/changelog)
+foreach(component runtime dev tools)
+  string(TOUPPER ${component} upper)
+  set(doc_dir ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+  install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/copyright ${PROJECT_BINARY_DIR}/debian/changelog.gz
+    DESTINATION ${doc_dir} COMPONENT ${component})
+  if(NOT component STREQUAL "runtime")
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/rsi-wire-protocol.md ${PROJECT_SOURCE_DIR}/docs/networking-dbus.md
+      DESTINATION ${doc_dir} COMPONENT ${component})
+  endif()
+endforeach()
 
 include(CPack)
 cpack_add_component(runtime DISPLAY_NAME "Shared libraries")

@@ -126,6 +126,30 @@ def wait_for_log_line(path, pattern, timeout=STEP_TIMEOUT_S):
     return None
 
 
+def listening_port(process, timeout=STEP_TIMEOUT_S):
+    """The TCP port `process` listens on, found through /proc (its log may go to DLT), or None."""
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline and process.poll() is None:
+        inodes = set()
+        fd_dir = "/proc/%d/fd" % process.pid
+        for fd in os.listdir(fd_dir):
+            try:
+                target = os.readlink(os.path.join(fd_dir, fd))
+            except OSError:
+                continue
+            if target.startswith("socket:["):
+                inodes.add(target[len("socket:["):-1])
+        for table in ("/proc/net/tcp", "/proc/net/tcp6"):
+            with open(table) as lines:
+                next(lines)
+                for line in lines:
+                    fields = line.split()
+                    if fields[3] == "0A" and fields[9] in inodes:  # 0A: LISTEN
+                        return int(fields[1].rsplit(":", 1)[1], 16)
+        time.sleep(0.05)
+    return None
+
+
 def start_bus(processes, env):
     config = os.path.join(processes.workdir, "bus.conf")
     with open(config, "w") as out:
@@ -156,12 +180,12 @@ def start_simulators(processes, build, env):
 
     backend_log = os.path.join(processes.workdir, "backend-sim.log")
     scenario = os.path.join(os.path.dirname(__file__), "..", "sim", "backend", "scenarios", "demo.json")
-    processes.start("backend-sim", [os.path.join(build, "sim/backend/qel-backend-sim"), "--port", "0",
-                                     "--scenario", scenario], env)
-    match = wait_for_log_line(backend_log, r"Backend simulator listening on 127\.0\.0\.1:(\d+)")
-    if not match:
+    backend = processes.start("backend-sim", [os.path.join(build, "sim/backend/qel-backend-sim"), "--port", "0",
+                                               "--scenario", scenario], env)
+    port = listening_port(backend)
+    if port is None:
         raise RuntimeError("the backend simulator did not start (see %s)" % backend_log)
-    return networking, Http(int(match.group(1))), int(match.group(1))
+    return networking, Http(port), port
 
 
 def live_subscriptions(backend):
@@ -402,6 +426,7 @@ def main():
             except KeyboardInterrupt:
                 app.send_signal(signal.SIGINT)
                 app.wait()
+            print("demo: the processes' logs are in %s" % workdir, file=sys.stderr)
             return 0
         app = processes.start("app", app_command, env, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
                               bufsize=1)

@@ -4,7 +4,7 @@
 //
 //   pause | unpause | update KEY VALUE | stop
 //
-// Usage: qel-demo-app [--ini FILE] [--log-level 1..5]
+// Usage: qel-demo-app [--ini FILE] [--log-level 1..5]   (default: QEL_LOG_LEVEL, else 3)
 #include "JobExecutor.h"
 #include "KvsPrinter.h"
 #include "RunStatePrinter.h"
@@ -32,7 +32,7 @@ namespace {
 
 struct Options {
     std::string iniFile;
-    int logLevel = 4;
+    int logLevel = 0;  // 0: the framework's, from QEL_LOG_LEVEL
 };
 
 bool parseOptions(int argc, char** argv, Options& options) {
@@ -42,11 +42,14 @@ bool parseOptions(int argc, char** argv, Options& options) {
             options.iniFile = argv[i + 1];
         } else if (name == "--log-level") {
             options.logLevel = std::atoi(argv[i + 1]);
+            if (options.logLevel < 1 || options.logLevel > 5) {
+                return false;
+            }
         } else {
             return false;
         }
     }
-    return argc % 2 == 1 && options.logLevel >= 1 && options.logLevel <= 5;
+    return argc % 2 == 1;
 }
 
 OnlineServiceClientConfig describeApplication(std::string const& iniFile) {
@@ -62,6 +65,17 @@ OnlineServiceClientConfig describeApplication(std::string const& iniFile) {
     return config;
 }
 
+char const* statusName(KVSUpdateStatus status) {
+    switch (status) {
+        case KVSUpdateStatus::UPDATE_OK: return "UPDATE_OK";
+        case KVSUpdateStatus::KVS_SERVICE_UNAVAILABLE: return "KVS_SERVICE_UNAVAILABLE";
+        case KVSUpdateStatus::UPDATE_REQUEST_FAILED: return "UPDATE_REQUEST_FAILED";
+        case KVSUpdateStatus::KVS_ITEM_NOT_FOUND: return "KVS_ITEM_NOT_FOUND";
+        case KVSUpdateStatus::INTERNAL_ERROR: return "INTERNAL_ERROR";
+    }
+    return "UNKNOWN_STATUS";
+}
+
 // Runs one command line; false when the application should stop.
 bool runCommand(std::string const& line, IOnlineServiceClient& client, Timeline& timeline) {
     std::istringstream words(line);
@@ -74,11 +88,12 @@ bool runCommand(std::string const& line, IOnlineServiceClient& client, Timeline&
     } else if (command == "update") {
         std::string key;
         std::string value;
-        words >> key >> value;
+        if (!(words >> key >> value)) {
+            timeline.print("usage: update KEY VALUE");
+            return true;
+        }
         auto const status = client.updateKVSItem(key, value);
-        timeline.print("kvs update " + key + " = " + value + " -> " +
-                       (status == KVSUpdateStatus::UPDATE_OK ? "UPDATE_OK" : "failed " +
-                                                                                 std::to_string(static_cast<int>(status))));
+        timeline.print("kvs update " + key + " = " + value + " -> " + statusName(status));
     } else if (command == "stop") {
         return false;
     } else if (!command.empty()) {
@@ -140,7 +155,9 @@ int main(int argc, char** argv) {
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    qel::common::logging::LogConfig::setThreshold(static_cast<qel::common::logging::LogLevel>(options.logLevel));
+    if (options.logLevel != 0) {
+        qel::common::logging::LogConfig::setThreshold(static_cast<qel::common::logging::LogLevel>(options.logLevel));
+    }
 
     Timeline timeline;
     auto client = OnlineServiceClientFactory::createOnlineServiceClient(describeApplication(options.iniFile));

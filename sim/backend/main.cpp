@@ -5,6 +5,8 @@
 // Serves until SIGINT or SIGTERM; logs every request, message and event on stderr.
 #include "BackendSimulator.h"
 
+#include "common/Logger.h"
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +23,7 @@ void usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    qel::common::logging::LogConfig::setDltAppId("BSIM", "qel backend simulator");
     long port = DEFAULT_PORT;
     std::string scenario;
     for (int i = 1; i < argc; ++i) {

@@ -8,6 +8,8 @@
 #include "ControlServer.h"
 #include "NetworkingSimulator.h"
 
+#include "common/Logger.h"
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +27,7 @@ void usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    qel::common::logging::LogConfig::setDltAppId("NSIM", "qel networking simulator");
     using qel::sim::networking::NetworkingSimulator;
     long port = DEFAULT_CONTROL_PORT;
     std::string scenario;

@@ -22,9 +22,11 @@ public:
     AccessTokenObject();
     virtual ~AccessTokenObject();
 
+    /// \cond INTERNAL
     // Reads the members "id", "name", "token" and "uri" of an object value; other members, a
     // non-object or a null pointer leave the record as it is.
     void deserialize(qel::dataformats::data::Value const* element);
+    /// \endcond
 
     //@{
     // The members read by `deserialize`; each `is...Set` flag tells whether its member was there.

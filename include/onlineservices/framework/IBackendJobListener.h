@@ -11,7 +11,7 @@
 // on which the event happened, or another framework thread that is delivering events at that
 // moment. The application's own thread delivers only from inside `startup`, `pauseConnection`,
 // `unpauseConnection` and `stop`. Events that happen during a call are queued behind it, so
-// return quickly and hand long work to a thread of your own. From inside a call you may register
+// return quickly and hand long work to a thread of your own. From inside a call do not register
 // listeners; do not wait for another listener call (it comes only after you return), do not call
 // `updateKVSItem` or `stop`, and do not release the client. Listeners are held weakly: keep yours
 // alive for as long as it should be called.

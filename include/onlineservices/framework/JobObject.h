@@ -24,9 +24,11 @@ public:
     JobObject();
     virtual ~JobObject();
 
+    /// \cond INTERNAL
     // Reads the members "id", "jobIdentifier", "jobPayload", "name" and "uri" of an object value;
     // other members, a non-object or a null pointer leave the record as it is.
     void deserialize(qel::dataformats::data::Value const* element);
+    /// \endcond
 
     //@{
     // The members read by `deserialize`; each `is...Set` flag tells whether its member was there.

@@ -51,6 +51,8 @@ public:
     // `startup`.
     static std::shared_ptr<IOnlineServiceClient> createOnlineServiceClient(OnlineServiceClientConfig const& config);
 
+    /// \cond INTERNAL
+    // The factory's own helpers, public for its tests; no part of an application's contract.
     // Logs the effective configuration, one information line per row.
     static void printConfig(qel::common::logging::Logger& logger, std::shared_ptr<FrameworkConfig> const& config);
     // "<none>" for an empty list, else the values joined by ", ".
@@ -58,6 +60,7 @@ public:
     // The pieces between delimiters, empty pieces kept ("a..b" gives "a", "", "b"); a trailing
     // delimiter adds no piece; an empty text gives no piece.
     static std::vector<std::string> _split(std::string const& text, char delimiter);
+    /// \endcond
 
     // Only static operations: nothing to construct.
     OnlineServiceClientFactory() = delete;

@@ -23,8 +23,10 @@ public:
     PrivacySettingsObject();
     virtual ~PrivacySettingsObject();
 
+    /// \cond INTERNAL
     // Reads nothing: a change notice carries no content.
     void deserialize(qel::dataformats::data::Value const* element);
+    /// \endcond
 
     //@{
     // Never filled (see above).

@@ -24,10 +24,12 @@ public:
     ServiceObject();
     virtual ~ServiceObject();
 
+    /// \cond INTERNAL
     // Reads the known members of an object value; other members, a non-object or a null pointer
     // leave the record as it is. A list member that is empty or not an array gives an empty list
     // and still sets its flag.
     void deserialize(qel::dataformats::data::Value const* element);
+    /// \endcond
 
     // Each field has a getter, a setter (which also sets the flag) and its flag.
 

@@ -6,32 +6,75 @@
 #include "common/DltSink.h"
 #endif
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <string>
 
 namespace qel::common::logging {
 namespace {
 
+// Settings are read before any sink exists, so a bad one is said straight on stderr.
 int thresholdFromEnvironment() {
     char const* text = std::getenv("QEL_LOG_LEVEL");
-    if (text != nullptr && text[0] >= '1' && text[0] <= '5' && text[1] == '\0') {
+    if (text == nullptr || text[0] == '\0') {
+        return static_cast<int>(LogLevel::Info);
+    }
+    if (text[0] >= '1' && text[0] <= '5' && text[1] == '\0') {
         return text[0] - '0';
     }
+    std::fprintf(stderr, "qel logging: QEL_LOG_LEVEL \"%s\" is not 1..5, using 3\n", text);
     return static_cast<int>(LogLevel::Info);
+}
+
+struct DltIdentity {
+    std::mutex mutex;
+    std::string appId;        // guarded by mutex; empty: not chosen by the application
+    std::string description;  // guarded by mutex
+};
+
+DltIdentity& dltIdentity() {
+    static qel::common::system::NoDestructor<DltIdentity> instance;
+    return instance.get();
 }
 
 using SinkList = std::vector<std::shared_ptr<LogSink>>;
 
+#ifdef QEL_HAVE_DLT
+std::shared_ptr<LogSink> dltSink() {
+    std::string appId;
+    std::string description;
+    {
+        std::lock_guard<std::mutex> lock(dltIdentity().mutex);
+        appId = dltIdentity().appId;
+        description = dltIdentity().description;
+    }
+    if (appId.empty()) {
+        char const* fromEnvironment = std::getenv("QEL_DLT_APP_ID");
+        appId = fromEnvironment != nullptr && fromEnvironment[0] != '\0' ? fromEnvironment : "QOSF";
+        description = "Online services framework";
+    }
+    return std::make_shared<DltSink>(appId, description);
+}
+#endif
+
 SinkList sinksFromEnvironment() {
     char const* text = std::getenv("QEL_LOG_SINK");
-    if (text != nullptr && std::strcmp(text, "none") == 0) {
+    if (text == nullptr || text[0] == '\0' || std::strcmp(text, "console") == 0) {
+        return {std::make_shared<ConsoleSink>()};
+    }
+    if (std::strcmp(text, "none") == 0) {
         return {};
     }
 #ifdef QEL_HAVE_DLT
-    if (text != nullptr && std::strcmp(text, "dlt") == 0) {
-        return {std::make_shared<DltSink>()};
+    if (std::strcmp(text, "dlt") == 0) {
+        return {dltSink()};
     }
+    std::fprintf(stderr, "qel logging: unknown QEL_LOG_SINK \"%s\" (console, dlt or none), using console\n", text);
+#else
+    std::fprintf(stderr, "qel logging: unknown QEL_LOG_SINK \"%s\" (console or none; built without DLT), using console\n",
+                 text);
 #endif
     return {std::make_shared<ConsoleSink>()};
 }
@@ -61,6 +104,12 @@ char const* toString(LogLevel level) {
         case LogLevel::Error: return "ERROR";
     }
     return "?";
+}
+
+void LogConfig::setDltAppId(std::string appId, std::string description) {
+    std::lock_guard<std::mutex> lock(dltIdentity().mutex);
+    dltIdentity().appId = std::move(appId);
+    dltIdentity().description = std::move(description);
 }
 
 void LogConfig::setThreshold(LogLevel level) {

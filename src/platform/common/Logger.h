@@ -25,8 +25,14 @@ namespace qel::common::logging {
 // Process-wide logging settings. The defaults come from the environment once, at first use:
 //   QEL_LOG_LEVEL = 1..5 (default 3)
 //   QEL_LOG_SINK  = console (default) | dlt | none
+//   QEL_DLT_APP_ID = the DLT app id to register when the application registered none and did not
+//                    choose one with `setDltAppId` (default "QOSF")
 class LogConfig {
 public:
+    // The DLT app id (up to 4 characters) to register if the process has registered none when the
+    // DLT sink starts, that is before the first record. Ignored when DLT is not the sink.
+    static void setDltAppId(std::string appId, std::string description);
+
     static LogLevel threshold() { return static_cast<LogLevel>(s_threshold.load(std::memory_order_relaxed)); }
     static bool isEnabled(LogLevel level) {
         return static_cast<int>(level) >= s_threshold.load(std::memory_order_relaxed);

@@ -16,7 +16,10 @@ using qel::common::logging::Logger;
 IniFileHandler::IniFileHandler(std::string const& fileName)
     : m_fileName(fileName), m_reader(std::make_unique<INIReader>(fileName)) {
     int const error = m_reader->ParseError();
-    if (error > 0) {
+    if (error < 0) {
+        // One line for the file; the reader's callers then fall back to their defaults key by key.
+        Logger("platform.ini") << LogLevel::Info << "Cannot open ini file " << m_fileName << "; using the defaults";
+    } else if (error > 0) {
         // inih keeps the lines it could read, so the file is still used.
         Logger("platform.ini") << LogLevel::Warning << "Syntax error in " << m_fileName << " at line " << error
                                << "; the line is ignored";

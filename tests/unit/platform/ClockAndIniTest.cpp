@@ -68,11 +68,16 @@ TEST_F(IniFileHandlerTest, ReadsStringsAndIntegersAndLeavesOutputAloneWhenAbsent
     EXPECT_EQ(number, 3);
 }
 
-TEST_F(IniFileHandlerTest, MissingFileFindsNothingAndSyntaxErrorKeepsTheRest) {
-    IniFileHandler missing(::testing::TempDir() + "does/not/exist.ini");
+TEST_F(IniFileHandlerTest, MissingFileSaysSoOnceAndSyntaxErrorKeepsTheRest) {
+    std::string const path = ::testing::TempDir() + "does/not/exist.ini";
     std::string text;
-    EXPECT_FALSE(missing.isValid());
-    EXPECT_FALSE(missing.getValue("A", "B", text));
+    {
+        qel::test::LogCapture log;
+        IniFileHandler missing(path);
+        EXPECT_FALSE(missing.isValid());
+        EXPECT_FALSE(missing.getValue("A", "B", text));
+        EXPECT_EQ(log.countPrefix(qel::common::logging::LogLevel::Info, "Cannot open ini file " + path + ";"), 1u);
+    }
 
     qel::test::LogCapture log;
     IniFileHandler broken(write("[A]\nB=1\nthis line is not ini\nC=2\n"));
