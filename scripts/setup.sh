@@ -10,6 +10,7 @@ packages=(
   python3 dbus
   doxygen dpkg-dev file
   libsdbus-c++-dev dbus curl
+  chromium chromium-driver python3-selenium
 )
 
 missing=()
