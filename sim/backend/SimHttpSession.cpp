@@ -2,6 +2,7 @@
 
 #include "SimWebSocketSession.h"
 #include "ConsoleFeed.h"
+#include "OriginCheck.h"
 
 #include <boost/beast/websocket/rfc6455.hpp>
 
@@ -50,6 +51,14 @@ void SimHttpSession::onRead(beast::error_code const& error) {
         return;
     }
     Request request = m_parser->release();
+    bool const control = std::string(request.target()).rfind(SimServerContext::CONTROL_PREFIX, 0) == 0;
+    if (control && !console::OriginCheck::allows(std::string(request[http::field::origin]),
+                                                 std::string(request[http::field::host]))) {
+        m_logger << LogLevel::Warning << "Control request from the page of " << request[http::field::origin]
+                 << " refused";
+        write({403, console::OriginCheck::REFUSAL}, false);
+        return;
+    }
     if (beast::websocket::is_upgrade(request)) {
         if (request.target() == SimServerContext::WEBSOCKET_PATH) {
             std::make_shared<SimWebSocketSession>(m_stream.release_socket(), m_context)->accept(std::move(request));

@@ -1,6 +1,7 @@
 #include "ControlServer.h"
 
 #include "ConsoleFeed.h"
+#include "OriginCheck.h"
 
 #include "common/Logger.h"
 #include "common/Thread.h"
@@ -47,19 +48,27 @@ private:
             return;
         }
         auto request = m_parser->release();
+        if (!console::OriginCheck::allows(std::string(request[http::field::origin]),
+                                          std::string(request[http::field::host]))) {
+            answer(request, {403, console::OriginCheck::REFUSAL});
+            return;
+        }
         if (beast::websocket::is_upgrade(request) && request.target() == ControlEndpoints::FEED_PATH && m_feed) {
             m_feed->accept(m_stream.release_socket(), std::move(request));
             return;
         }
-        ControlAnswer const answer = m_handler(std::string(request.method_string()), std::string(request.target()),
-                                               request.body());
+        answer(request, m_handler(std::string(request.method_string()), std::string(request.target()),
+                                  request.body()));
+    }
+
+    void answer(http::request<http::string_body> const& request, ControlAnswer const& result) {
         m_response = {};
         m_response.version(11);
-        m_response.result(static_cast<unsigned>(answer.status));
+        m_response.result(static_cast<unsigned>(result.status));
         m_response.set(http::field::server, "qel-networking-sim");
         m_response.set(http::field::content_type,
-                       answer.contentType.empty() ? std::string("application/json") : answer.contentType);
-        m_response.body() = answer.body;
+                       result.contentType.empty() ? std::string("application/json") : result.contentType);
+        m_response.body() = result.body;
         m_response.keep_alive(request.keep_alive());
         m_response.prepare_payload();
         http::async_write(m_stream, m_response, [self = shared_from_this()](beast::error_code writeError, std::size_t) {

@@ -32,11 +32,15 @@ protected:
     }
 
     // "status body" of one request on a fresh connection.
-    std::string request(http::verb verb, std::string const& target, std::string const& body = {}) {
+    std::string request(http::verb verb, std::string const& target, std::string const& body = {},
+                        std::string const& origin = {}) {
         tcp::socket socket(ioc);
         socket.connect(tcp::endpoint(net::ip::address_v4::loopback(), simulator.port()));
         http::request<http::string_body> message{verb, target, 11};
-        message.set(http::field::host, "127.0.0.1");
+        message.set(http::field::host, host());
+        if (!origin.empty()) {
+            message.set(http::field::origin, origin);
+        }
         message.body() = body;
         message.prepare_payload();
         http::write(socket, message);
@@ -45,6 +49,8 @@ protected:
         http::read(socket, buffer, answer);
         return std::to_string(answer.result_int()) + " " + answer.body();
     }
+
+    std::string host() const { return "127.0.0.1:" + std::to_string(simulator.port()); }
 
     net::io_context ioc;
     BackendSimulator simulator;
@@ -128,6 +134,10 @@ TEST_F(BackendConsoleTest, ControlRequestsAreCheckedFieldByField) {
     for (auto const& each : cases) {
         EXPECT_EQ(request(each.verb, each.target, each.body), each.answer) << each.target << " " << each.body;
     }
+    // A page of another site may not drive the simulator; the console's own page may.
+    EXPECT_EQ(request(http::verb::post, "/_control/closeWebSockets", "{}", "http://attacker.example"),
+              R"(403 {"error":"refused: sent by another site's page"})");
+    EXPECT_EQ(request(http::verb::post, "/_control/closeWebSockets", "{}", "http://" + host()), R"(200 {"closed":0})");
     std::string const page = request(http::verb::get, "/_control/");
     EXPECT_EQ(page.substr(0, 4), "200 ");
     EXPECT_NE(page.find("<script src=\"backend.js\">"), std::string::npos);
