@@ -209,7 +209,12 @@ HttpAnswer ControlEndpoints::handle(BackendSimulator& simulator, std::string con
         answer = {405, textOf(Json{{"error", "control changes are POST requests"}}), {}};
     } else {
         Json const parsed = body.empty() ? Json::object() : Json::parse(body, nullptr, false);
-        answer = parsed.is_object() ? control(simulator, name, parsed) : badRequest("the body must be a JSON object");
+        try {
+            answer = parsed.is_object() ? control(simulator, name, parsed)
+                                        : badRequest("the body must be a JSON object");
+        } catch (nlohmann::json::exception const& error) {  // a field of a type no check above foresaw
+            answer = badRequest(std::string("malformed field: ") + error.what());
+        }
     }
     common::logging::Logger("backendsim") << LogLevel::Info << "Control " << method << " " << target << " -> "
                                           << answer.status;

@@ -74,7 +74,8 @@ std::string countProblem(Json const& body) {
 }
 
 ControlAnswer control(NetworkingSimulator& simulator, std::string const& name, Json const& body) {
-    std::string const service = body.value("service", std::string());
+    auto const named = body.find("service");
+    std::string const service = named != body.end() && named->is_string() ? named->get<std::string>() : std::string();
     bool const serviceOperation = name == "grant" || name == "grantEmpty" || name == "refuse" || name == "fail";
     if (serviceOperation && service.empty()) {
         return badRequest("\"service\" is missing");
@@ -166,7 +167,12 @@ ControlAnswer ControlEndpoints::handle(NetworkingSimulator& simulator, std::stri
         result = answer(405, {{"error", "control changes are POST requests"}});
     } else {
         Json const parsed = body.empty() ? Json::object() : Json::parse(body, nullptr, false);
-        result = parsed.is_object() ? control(simulator, name, parsed) : badRequest("the body must be a JSON object");
+        try {
+            result = parsed.is_object() ? control(simulator, name, parsed)
+                                        : badRequest("the body must be a JSON object");
+        } catch (nlohmann::json::exception const& error) {  // a field of a type no check above foresaw
+            result = badRequest(std::string("malformed field: ") + error.what());
+        }
     }
     common::logging::Logger("networkingsim") << LogLevel::Info << "Control " << method << " " << target << " -> "
                                              << result.status;

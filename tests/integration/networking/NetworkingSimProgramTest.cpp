@@ -107,6 +107,8 @@ TEST(NetworkingSimProgram, ServesTheInterfaceAndObeysItsControlEndpoint) {
     EXPECT_EQ(program.control(http::verb::get, "/../etc/passwd").substr(0, 4), "404 ");
     EXPECT_EQ(program.control(http::verb::post, "/_control/refuse", "{}"),
               R"(400 {"error":"\"service\" is missing"})");
+    EXPECT_EQ(program.control(http::verb::post, "/_control/grant", R"({"service":{"id":1}})"),
+              R"(400 {"error":"\"service\" is missing"})");
     EXPECT_EQ(program.control(http::verb::post, "/_control/ocu", R"({"available":"no"})"),
               R"(400 {"error":"\"available\" is missing or not true or false"})");
     EXPECT_EQ(program.control(http::verb::post, "/_control/fail", R"({"service":"s","count":-1})").substr(0, 4),
