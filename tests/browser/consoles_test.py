@@ -169,6 +169,13 @@ def main():
         if driver is not None:
             driver.quit()
         processes.stop_all()
+    # Under the sanitizer presets the programs report there, and only there.
+    for name in sorted(os.listdir(workdir)):
+        if name.endswith(".log"):
+            with open(os.path.join(workdir, name), errors="replace") as log:
+                if "Sanitizer" in log.read():
+                    print("FAILED: a sanitizer reported in %s" % name, file=sys.stderr)
+                    ok = False
     print("screenshots in %s; %.1f s" % (os.path.abspath(args.out), time.monotonic() - started))
     if ok:
         shutil.rmtree(workdir, ignore_errors=True)
