@@ -177,6 +177,7 @@ def start_simulators(processes, build, env):
     if not match:
         raise RuntimeError("the networking simulator did not start (see %s)" % networking_log)
     networking = Http(int(match.group(1)))
+    networking.console = wait_for_log_line(networking_log, r"console: (http://\S+)").group(1)
 
     backend_log = os.path.join(processes.workdir, "backend-sim.log")
     scenario = os.path.join(os.path.dirname(__file__), "..", "sim", "backend", "scenarios", "demo.json")
@@ -185,7 +186,9 @@ def start_simulators(processes, build, env):
     port = listening_port(backend)
     if port is None:
         raise RuntimeError("the backend simulator did not start (see %s)" % backend_log)
-    return networking, Http(port), port
+    backend = Http(port)
+    backend.console = wait_for_log_line(backend_log, r"console: (http://\S+)").group(1)
+    return networking, backend, port
 
 
 def live_subscriptions(backend):
@@ -419,6 +422,7 @@ def main():
                   "\"hi\"}' %s/_control/pushJob)" % (backend.base, backend.base))
             print("Networking simulator: %s  (e.g. curl -s -X POST -d '{\"available\":false}' %s/_control/ocu)"
                   % (networking.base, networking.base))
+            print("Backend console:      %s\nNetworking console:   %s" % (backend.console, networking.console))
             print("Type pause, unpause, update KEY VALUE or stop; Ctrl-C ends the demo.\n", flush=True)
             app = processes.start("app", app_command, env, stdout=None)
             try:

@@ -14,6 +14,8 @@ packages=(
   python3 dbus curl dlt-daemon dlt-tools
   # packages and API reference
   doxygen dpkg-dev file lintian
+  # the simulators' consoles in a real browser
+  chromium chromium-driver python3-selenium
 )
 
 missing=()

@@ -1,5 +1,6 @@
 #include "BackendSimulator.h"
 
+#include "ConsoleFeed.h"
 #include "ControlEndpoints.h"
 #include "SimListener.h"
 #include "SimServerContext.h"
@@ -27,15 +28,18 @@ using common::logging::LogLevel;
 
 struct BackendSimulator::Impl {
     Impl(BackendSimulator& owner, Options const& options)
-        : state([this](std::uint64_t session, std::string const& message) { deliver(session, message); }),
+        : bindAddress(options.bindAddress),
+          state([this](std::uint64_t session, std::string const& message) { deliver(session, message); }),
           context{state,
                   [&owner](std::string const& method, std::string const& target, std::string const& body) {
                       return ControlEndpoints::handle(owner, method, target, body);
                   },
                   options.maxMessageBytes,
                   {},
-                  1} {
+                  1,
+                  nullptr} {
         state.setReceiveObserver([this](std::size_t count) {
+            markChanged();
             {
                 std::lock_guard<std::mutex> const lock(receivedMutex);
                 receivedCount = count;
@@ -52,6 +56,32 @@ struct BackendSimulator::Impl {
         if (auto const live = socket->second.lock()) {
             live->send(message);
         }
+    }
+
+    // On the I/O thread: the console's pages get the new state once the current work is done.
+    void markChanged() {
+        if (t_ioOwner == this && context.feed) {
+            context.feed->changed();
+        }
+    }
+
+    std::string stateText() const {
+        std::vector<std::uint64_t> sessions;
+        for (auto const& [session, socket] : context.webSockets) {
+            if (!socket.expired()) {
+                sessions.push_back(session);
+            }
+        }
+        return state.snapshot(sessions).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    }
+
+    // `onIo` for a task that changes the state.
+    template <typename Task>
+    auto change(Task task) -> decltype(task()) {
+        return onIo([this, &task] {
+            markChanged();
+            return task();
+        });
     }
 
     // Runs `task` where the state lives: on the I/O thread while running, else right here.
@@ -73,6 +103,7 @@ struct BackendSimulator::Impl {
     static thread_local Impl const* t_ioOwner;
 
     common::logging::Logger const logger{"backendsim"};
+    std::string const bindAddress;
     BackendState state;
     SimServerContext context;
     mutable std::mutex lifecycle;
@@ -95,7 +126,7 @@ BackendSimulator::~BackendSimulator() {
 }
 
 bool BackendSimulator::loadScenario(std::string const& jsonText) {
-    return m_impl->onIo([&] {
+    return m_impl->change([&] {
         std::string error;
         if (!m_impl->state.loadScenario(jsonText, error)) {
             m_impl->logger << LogLevel::Error << "Scenario refused: " << error;
@@ -125,19 +156,22 @@ bool BackendSimulator::start(std::uint16_t port) {
     m_impl->ioc = std::make_unique<net::io_context>(1);
     auto const listener = std::make_shared<SimListener>(*m_impl->ioc, m_impl->context);
     std::string error;
-    if (!listener->listen(port, error)) {
-        m_impl->logger << LogLevel::Error << "Backend simulator cannot listen on port " << port << ": " << error;
+    if (!listener->listen(m_impl->bindAddress, port, error)) {
+        m_impl->logger << LogLevel::Error << "Backend simulator cannot listen on " << m_impl->bindAddress << ":" << port
+                       << ": " << error;
         m_impl->ioc.reset();
         return false;
     }
     m_impl->port = listener->port();
+    m_impl->context.feed = std::make_shared<console::ConsoleFeed>(m_impl->ioc->get_executor(),
+                                                                  [impl = m_impl.get()] { return impl->stateText(); });
     listener->acceptNext();
     m_impl->thread = std::thread([impl = m_impl.get()] {
         common::system::setCurrentThreadName("backend-sim");
         Impl::t_ioOwner = impl;
         impl->ioc->run();
     });
-    m_impl->logger << LogLevel::Info << "Backend simulator listening on 127.0.0.1:" << m_impl->port;
+    m_impl->logger << LogLevel::Info << "Backend simulator listening on " << m_impl->bindAddress << ":" << m_impl->port;
     return true;
 }
 
@@ -154,6 +188,7 @@ void BackendSimulator::stop() {
     m_impl->context.webSockets.clear();
     // Destroys the pending operations and with them the listener and every session.
     m_impl->ioc.reset();
+    m_impl->context.feed.reset();
     m_impl->logger << LogLevel::Info << "Backend simulator stopped";
 }
 
@@ -168,35 +203,35 @@ std::uint16_t BackendSimulator::port() const {
 }
 
 void BackendSimulator::setServiceAvailable(std::string const& service, bool available) {
-    m_impl->onIo([&] { m_impl->state.setServiceAvailable(service, available); });
+    m_impl->change([&] { m_impl->state.setServiceAvailable(service, available); });
 }
 
 bool BackendSimulator::setDisableReasons(std::string const& serviceName, std::vector<std::string> const& reasons) {
-    return m_impl->onIo([&] { return m_impl->state.setDisableReasons(serviceName, reasons); });
+    return m_impl->change([&] { return m_impl->state.setDisableReasons(serviceName, reasons); });
 }
 
 std::string BackendSimulator::rotateToken(std::string const& idOrName, std::string const& token) {
-    return m_impl->onIo([&] { return m_impl->state.rotateToken(idOrName, token); });
+    return m_impl->change([&] { return m_impl->state.rotateToken(idOrName, token); });
 }
 
 std::string BackendSimulator::pushJob(std::string const& jobJson) {
-    return m_impl->onIo([&] { return m_impl->state.pushJob(jobJson); });
+    return m_impl->change([&] { return m_impl->state.pushJob(jobJson); });
 }
 
 bool BackendSimulator::setKvsValue(std::string const& idOrName, std::string const& value) {
-    return m_impl->onIo([&] { return m_impl->state.setKvsValue(idOrName, value); });
+    return m_impl->change([&] { return m_impl->state.setKvsValue(idOrName, value); });
 }
 
 void BackendSimulator::failNext(std::string const& path, int status, std::uint32_t count) {
-    m_impl->onIo([&] { m_impl->state.failNext(path, status, count); });
+    m_impl->change([&] { m_impl->state.failNext(path, status, count); });
 }
 
 void BackendSimulator::delayAnswers(std::string const& path, std::uint32_t ms) {
-    m_impl->onIo([&] { m_impl->state.setDelay(path, ms); });
+    m_impl->change([&] { m_impl->state.setDelay(path, ms); });
 }
 
 std::size_t BackendSimulator::closeAllWebSockets() {
-    return m_impl->onIo([&] {
+    return m_impl->change([&] {
         std::size_t closed = 0;
         for (auto const& [session, socket] : m_impl->context.webSockets) {
             if (auto const live = socket.lock()) {
@@ -209,7 +244,7 @@ std::size_t BackendSimulator::closeAllWebSockets() {
 }
 
 std::size_t BackendSimulator::sendRawToWebSockets(std::string const& text) {
-    return m_impl->onIo([&] {
+    return m_impl->change([&] {
         std::size_t sent = 0;
         for (auto const& [session, socket] : m_impl->context.webSockets) {
             if (auto const live = socket.lock()) {
@@ -226,7 +261,7 @@ std::vector<ReceivedMessage> BackendSimulator::received() const {
 }
 
 void BackendSimulator::clearReceived() {
-    m_impl->onIo([&] {
+    m_impl->change([&] {
         m_impl->state.clearReceived();
         std::lock_guard<std::mutex> const lock(m_impl->receivedMutex);
         m_impl->receivedCount = 0;
@@ -241,6 +276,10 @@ bool BackendSimulator::waitForReceived(std::size_t count, std::uint32_t limitMs)
 
 std::vector<JobAcknowledgement> BackendSimulator::acknowledgements() const {
     return m_impl->onIo([&] { return m_impl->state.acknowledgements(); });
+}
+
+std::string BackendSimulator::stateJson() const {
+    return m_impl->onIo([&] { return m_impl->stateText(); });
 }
 
 std::size_t BackendSimulator::subscriptionCount() const {

@@ -27,6 +27,9 @@ class BackendSimulator {
 public:
     struct Options {
         std::size_t maxMessageBytes = 1024 * 1024;  // per HTTP request body and WebSocket message
+        // Other than loopback, the control endpoints (which have no authentication) are reachable
+        // from other machines too.
+        std::string bindAddress = "127.0.0.1";
     };
 
     BackendSimulator();
@@ -38,7 +41,8 @@ public:
     bool loadScenario(std::string const& jsonText);
     bool loadScenarioFile(std::string const& path);
 
-    // Listens on 127.0.0.1:`port` (0: an ephemeral port). False if running or the port is taken.
+    // Listens on the bind address (127.0.0.1 unless the options say otherwise) at `port` (0: an
+    // ephemeral port). False if running, or the address is bad or taken.
     bool start(std::uint16_t port = 0);
     // Drops every connection at once, as a crashed backend would.
     void stop();
@@ -66,6 +70,9 @@ public:
     bool waitForReceived(std::size_t count, std::uint32_t limitMs = 5000) const;
     std::vector<JobAcknowledgement> acknowledgements() const;
     std::size_t subscriptionCount() const;
+    // Everything the control endpoints tell, as one JSON object (`GET /_control/state`); the
+    // console's feed sends the same text after every change.
+    std::string stateJson() const;
 
 private:
     struct Impl;

@@ -15,6 +15,9 @@ namespace wire = rsi::client::host::wire;
 
 constexpr std::size_t LOGGED_TEXT_LIMIT = 300;
 constexpr char const* JOB_ACK_STATE = "jobAcknowledgeState";
+// What the console keeps: enough for a session's story, bounded for a long one.
+constexpr std::size_t ACTIVITY_LIMIT = 2000;
+constexpr std::size_t SNAPSHOT_RECEIVED = 200;
 
 // The backend's services; each one is available unless a scenario or the control says otherwise.
 constexpr char const* RSI_SERVICES[] = {"servicemanagement", "tokenmanagement", "privacysetup",
@@ -148,7 +151,7 @@ HttpAnswer BackendState::handleHttp(std::string const& method, std::string const
     for (auto& [subscriptionId, data] : std::exchange(m_heldEvents, {})) {
         sendEvent(subscriptionId, data);
     }
-    record({"http", method, target, body});
+    record({"http", method, target, body, answer.status});
     return answer;
 }
 
@@ -201,6 +204,9 @@ HttpAnswer BackendState::create(std::string const& collection, std::string const
     assignIdentity(collection, element);
     std::string const id = stringOf(element, "id");
     m_collections[collection].push_back(element);
+    if (collection == JOB_ENTRIES || collection == OPERATION_ENTRIES || collection == CAPABILITIES) {
+        noteActivity("posted", collection.substr(collection.find('/') + 1) + " " + id);
+    }
     notifyResource(collection);
     return {201, textOf(Json{{"data", element}}), "/" + collection + "/" + id};
 }
@@ -218,6 +224,10 @@ HttpAnswer BackendState::update(std::string const& collection, std::string const
     }
     if (collection == JOBS && changes.contains(JOB_ACK_STATE)) {
         m_acknowledgements.push_back({id, stringOf(changes, JOB_ACK_STATE)});
+        noteActivity("acknowledged", "job " + id + " " + stringOf(changes, JOB_ACK_STATE));
+    }
+    if (collection == KVS_ITEMS && changes.contains("value")) {
+        noteActivity("kvs", stringOf(element, "name") + " = " + abbreviated(textOf(element["value"])) + " (client)");
     }
     Json event = element;
     if (collection == KVS_ITEMS) {
@@ -238,6 +248,14 @@ void BackendState::handleWebSocketMessage(std::uint64_t session, std::string con
         m_logger << LogLevel::Warning << "WS refused message of type '" << type << "': " << abbreviated(text);
     }
     record({"ws", type, stringOf(message, "path"), text});
+}
+
+void BackendState::noteActivity(std::string kind, std::string detail) {
+    auto const ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - m_created);
+    if (m_activity.size() == ACTIVITY_LIMIT) {
+        m_activity.erase(m_activity.begin());
+    }
+    m_activity.push_back({static_cast<std::uint64_t>(ms.count()), std::move(kind), std::move(detail)});
 }
 
 void BackendState::record(ReceivedMessage message) {
@@ -277,6 +295,7 @@ void BackendState::subscribe(std::uint64_t session, Json const& message) {
     Subscription const& subscription = m_subscriptions[id] = Subscription{session, *address, query};
     m_logger << LogLevel::Info << "WS subscribe " << target << " -> 200, subscription " << id;
     acknowledge(session, reference, 200, id, "ok");
+    noteActivity("subscribed", target + " (client " + std::to_string(session) + ")");
     sendEvent(id, eventDataFor(subscription));
 }
 
@@ -299,6 +318,7 @@ void BackendState::unsubscribe(std::uint64_t session, Json const& message) {
         m_logger << LogLevel::Warning << "WS unsubscribe of unknown subscription " << id;
         return;
     }
+    noteActivity("unsubscribed", subscription->second.address.collection + " (client " + std::to_string(session) + ")");
     m_subscriptions.erase(subscription);
     m_logger << LogLevel::Info << "WS unsubscribe " << id;
 }
@@ -314,6 +334,9 @@ void BackendState::dropSession(std::uint64_t session) {
         }
     }
     m_logger << LogLevel::Info << "WS session " << session << " ended with " << dropped << " subscription(s)";
+    if (dropped != 0) {
+        noteActivity("lost", std::to_string(dropped) + " subscription(s) of client " + std::to_string(session));
+    }
 }
 
 std::uint32_t BackendState::delayFor(std::string const& target) const {
@@ -389,6 +412,7 @@ bool BackendState::setKvsValue(std::string const& idOrName, std::string const& v
     }
     (*element)["value"] = value;
     m_logger << LogLevel::Info << "Control: KVS item " << stringOf(*element, "id") << " set to " << abbreviated(value);
+    noteActivity("kvs", stringOf(*element, "name") + " = " + abbreviated(value) + " (backend)");
     Json event = *element;
     event["upToDate"] = false;
     event["newJobFromBackend"] = true;
@@ -606,6 +630,79 @@ void BackendState::sendEvent(std::uint32_t subscriptionId, Json const& data) {
     Json const message{
         {"type", wire::EVENT}, {"subscriptionId", subscriptionId}, {"event", {{"type", "data"}, {"data", data}}}};
     m_send(m_subscriptions.at(subscriptionId).session, textOf(message));
+}
+
+}  // namespace qel::sim::backend
+
+namespace qel::sim::backend {
+
+BackendState::Json BackendState::snapshot(std::vector<std::uint64_t> const& sessions) const {
+    auto const collection = [this](char const* name) {
+        auto const found = m_collections.find(name);
+        return found == m_collections.end() ? Json::array() : Json(found->second);
+    };
+    Json availability = Json::object();
+    for (auto const& [service, available] : m_available) {
+        availability[service] = available;
+    }
+    Json jobs = collection(JOBS);
+    for (auto& job : jobs) {
+        job["acknowledged"] = nullptr;
+        for (auto const& acknowledgement : m_acknowledgements) {
+            if (acknowledgement.jobId == stringOf(job, "id")) {
+                job["acknowledged"] = acknowledgement.state;  // the latest one wins
+            }
+        }
+    }
+    Json clients = Json::array();
+    for (std::uint64_t const session : sessions) {
+        Json subscriptions = Json::array();
+        for (auto const& [id, subscription] : m_subscriptions) {
+            if (subscription.session == session) {
+                std::string path = "/" + subscription.address.collection;
+                if (subscription.address.scope == Scope::Root) {
+                    path = "/";
+                } else if (subscription.address.scope == Scope::Element) {
+                    path += "/" + subscription.address.element;
+                }
+                subscriptions.push_back({{"id", id}, {"path", path}, {"query", subscription.query}});
+            }
+        }
+        clients.push_back({{"client", session}, {"subscriptions", subscriptions}});
+    }
+    Json received = Json::array();
+    for (auto it = m_received.rbegin(); it != m_received.rend() && received.size() < SNAPSHOT_RECEIVED; ++it) {
+        received.push_back({{"channel", it->channel}, {"method", it->method}, {"target", it->target},
+                            {"status", it->status}});
+    }
+    Json faults = Json::array();
+    for (auto const& fault : m_faults) {
+        if (fault.remaining > 0) {
+            faults.push_back({{"path", fault.path}, {"status", fault.status}, {"remaining", fault.remaining}});
+        }
+    }
+    Json activity = Json::array();
+    for (auto const& event : m_activity) {
+        activity.push_back({{"ms", event.ms}, {"kind", event.kind}, {"detail", event.detail}});
+    }
+    auto const now =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - m_created);
+    return {{"availability", availability},
+            {"services", collection(SERVICES)},
+            {"tokens", collection(TOKENS)},
+            {"privacyGroups", collection(PRIVACY_GROUPS)},
+            {"kvs", collection(KVS_ITEMS)},
+            {"jobs", jobs},
+            {"capabilities", collection(CAPABILITIES)},
+            {"jobEntries", collection(JOB_ENTRIES)},
+            {"operationEntries", collection(OPERATION_ENTRIES)},
+            {"clients", clients},
+            {"received", received},
+            {"receivedTotal", m_received.size()},
+            {"faults", faults},
+            {"delays", m_delays},
+            {"activity", activity},
+            {"nowMs", now.count()}};
 }
 
 }  // namespace qel::sim::backend

@@ -13,6 +13,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -24,16 +25,40 @@
 namespace qel::sim::backend {
 
 struct HttpAnswer {
+    HttpAnswer() = default;
+    HttpAnswer(int status_, std::string body_, std::string location_ = {}, std::string contentType_ = {})
+        : status(status_),
+          body(std::move(body_)),
+          location(std::move(location_)),
+          contentType(std::move(contentType_)) {}
+
     int status = 200;
-    std::string body;      // JSON text; may be empty
-    std::string location;  // the Location header of a create
+    std::string body;         // JSON text unless `contentType` says otherwise; may be empty
+    std::string location;     // the Location header of a create
+    std::string contentType;  // empty: JSON
 };
 
 struct ReceivedMessage {
+    ReceivedMessage() = default;
+    ReceivedMessage(std::string channel_, std::string method_, std::string target_, std::string body_, int status_ = 0)
+        : channel(std::move(channel_)),
+          method(std::move(method_)),
+          target(std::move(target_)),
+          body(std::move(body_)),
+          status(status_) {}
+
     std::string channel;  // "http" or "ws"
     std::string method;   // HTTP method, or the WebSocket message's type
     std::string target;   // path and query
     std::string body;
+    int status = 0;  // the HTTP answer's status; 0 for a WebSocket message
+};
+
+// One thing the application did, for the console's timeline.
+struct Activity {
+    std::uint64_t ms = 0;  // since the state was made
+    std::string kind;      // "subscribed", "unsubscribed", "lost", "posted", "acknowledged", "kvs"
+    std::string detail;
 };
 
 struct JobAcknowledgement {
@@ -86,6 +111,11 @@ public:
     void clearReceived() { m_received.clear(); }
     std::vector<JobAcknowledgement> const& acknowledgements() const { return m_acknowledgements; }
     std::size_t subscriptionCount() const { return m_subscriptions.size(); }
+    std::vector<Activity> const& activity() const { return m_activity; }
+    // Everything the control endpoints can tell, as one object for the console: resources,
+    // availability, clients (`sessions`, connected ones) and their subscriptions, the latest
+    // requests newest first, faults, delays and the activity.
+    Json snapshot(std::vector<std::uint64_t> const& sessions) const;
 
 private:
     enum class Scope { Root, Service, Resource, Element };
@@ -134,6 +164,7 @@ private:
     void notifyElement(std::string const& collection, std::string const& id, Json const& data);
     void sendEvent(std::uint32_t subscriptionId, Json const& data);
     void record(ReceivedMessage message);
+    void noteActivity(std::string kind, std::string detail);
 
     common::logging::Logger const m_logger{"backendsim"};
     Sender const m_send;
@@ -145,6 +176,8 @@ private:
     std::map<std::string, std::uint32_t> m_delays;
     std::vector<ReceivedMessage> m_received;
     std::vector<JobAcknowledgement> m_acknowledgements;
+    std::vector<Activity> m_activity;
+    std::chrono::steady_clock::time_point const m_created = std::chrono::steady_clock::now();
     // While a request is answered its events wait here, so that the log shows cause before effect.
     bool m_holdEvents = false;
     std::vector<std::pair<std::uint32_t, Json>> m_heldEvents;

@@ -1,6 +1,8 @@
 #include "SimHttpSession.h"
 
 #include "SimWebSocketSession.h"
+#include "ConsoleFeed.h"
+#include "OriginCheck.h"
 
 #include <boost/beast/websocket/rfc6455.hpp>
 
@@ -49,9 +51,19 @@ void SimHttpSession::onRead(beast::error_code const& error) {
         return;
     }
     Request request = m_parser->release();
+    bool const control = std::string(request.target()).rfind(SimServerContext::CONTROL_PREFIX, 0) == 0;
+    if (control && !console::OriginCheck::allows(std::string(request[http::field::origin]),
+                                                 std::string(request[http::field::host]))) {
+        m_logger << LogLevel::Warning << "Control request from the page of " << request[http::field::origin]
+                 << " refused";
+        write({403, console::OriginCheck::REFUSAL}, false);
+        return;
+    }
     if (beast::websocket::is_upgrade(request)) {
         if (request.target() == SimServerContext::WEBSOCKET_PATH) {
             std::make_shared<SimWebSocketSession>(m_stream.release_socket(), m_context)->accept(std::move(request));
+        } else if (request.target() == SimServerContext::CONSOLE_FEED_PATH && m_context.feed) {
+            m_context.feed->accept(m_stream.release_socket(), std::move(request));
         } else {
             write({404, R"({"error":"no WebSocket here"})", {}}, false);
         }
@@ -86,7 +98,8 @@ void SimHttpSession::write(HttpAnswer const& answer, bool keepAlive) {
     m_response.result(static_cast<unsigned>(answer.status));
     m_response.set(http::field::server, "qel-backend-sim");
     if (!answer.body.empty()) {
-        m_response.set(http::field::content_type, "application/json");
+        m_response.set(http::field::content_type,
+                       answer.contentType.empty() ? std::string("application/json") : answer.contentType);
         m_response.body() = answer.body;
     }
     if (!answer.location.empty()) {

@@ -2,7 +2,7 @@
 
 #include "SimHttpSession.h"
 
-#include <boost/asio/ip/address_v4.hpp>
+#include <boost/asio/ip/address.hpp>
 
 namespace qel::sim::backend {
 
@@ -11,9 +11,14 @@ using tcp = net::ip::tcp;
 
 SimListener::SimListener(net::io_context& ioc, SimServerContext& context) : m_acceptor(ioc), m_context(context) {}
 
-bool SimListener::listen(std::uint16_t port, std::string& error) {
+bool SimListener::listen(std::string const& address, std::uint16_t port, std::string& error) {
     boost::system::error_code failure;
-    tcp::endpoint const endpoint(net::ip::address_v4::loopback(), port);
+    auto const ip = net::ip::make_address(address, failure);
+    if (failure) {
+        error = "bad address " + address;
+        return false;
+    }
+    tcp::endpoint const endpoint(ip, port);
     m_acceptor.open(endpoint.protocol(), failure);
     if (!failure) {
         // A restarted simulator takes its port back while old connections linger.

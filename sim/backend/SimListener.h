@@ -1,7 +1,7 @@
 // Accepts the simulator's connections on a loopback port and starts one HTTP session for each.
 //
 // Contract: lives on the simulator's I/O thread once `acceptNext` ran; owned by its pending
-// accept. `listen` binds 127.0.0.1 (port 0: an ephemeral one) and reports the port bound.
+// accept. `listen` binds `address` (port 0: an ephemeral one) and reports the port bound.
 #pragma once
 
 #include "SimServerContext.h"
@@ -19,7 +19,7 @@ class SimListener : public std::enable_shared_from_this<SimListener> {
 public:
     SimListener(boost::asio::io_context& ioc, SimServerContext& context);
 
-    bool listen(std::uint16_t port, std::string& error);
+    bool listen(std::string const& address, std::uint16_t port, std::string& error);
     std::uint16_t port() const;
     void acceptNext();
 

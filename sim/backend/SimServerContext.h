@@ -16,6 +16,11 @@
 namespace qel::sim::backend {
 
 class SimWebSocketSession;
+}  // namespace qel::sim::backend
+namespace qel::sim::console {
+class ConsoleFeed;
+}  // namespace qel::sim::console
+namespace qel::sim::backend {
 
 struct SimServerContext {
     using ControlHandler =
@@ -23,12 +28,14 @@ struct SimServerContext {
 
     static constexpr char const* WEBSOCKET_PATH = "/subscriptions";
     static constexpr char const* CONTROL_PREFIX = "/_control/";
+    static constexpr char const* CONSOLE_FEED_PATH = "/_control/feed";
 
     BackendState& state;
     ControlHandler control;
     std::size_t maxMessageBytes;
     std::map<std::uint64_t, std::weak_ptr<SimWebSocketSession>> webSockets;
     std::uint64_t nextSessionId = 1;
+    std::shared_ptr<console::ConsoleFeed> feed;  // while running
 };
 
 }  // namespace qel::sim::backend

@@ -1,5 +1,7 @@
 #include "SimWebSocketSession.h"
 
+#include "ConsoleFeed.h"
+
 namespace qel::sim::backend {
 namespace {
 
@@ -23,6 +25,9 @@ void SimWebSocketSession::accept(beast::http::request<beast::http::string_body> 
         }
         // Registered only now: the handshake's own write must not meet a send or a close.
         self->m_context.webSockets[self->m_id] = self->weak_from_this();
+        if (self->m_context.feed) {
+            self->m_context.feed->changed();
+        }
         self->m_logger << LogLevel::Info << "WS session " << self->m_id << " opened";
         self->readNext();
     });
@@ -101,6 +106,9 @@ void SimWebSocketSession::end(beast::error_code const& error) {
     }
     m_context.webSockets.erase(m_id);
     m_context.state.dropSession(m_id);
+    if (m_context.feed) {
+        m_context.feed->changed();
+    }
 }
 
 }  // namespace qel::sim::backend

@@ -1,13 +1,17 @@
 #include "ControlServer.h"
 
+#include "ConsoleFeed.h"
+#include "OriginCheck.h"
+
 #include "common/Logger.h"
 #include "common/Thread.h"
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/address_v4.hpp>
+#include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
+#include <boost/beast/websocket/rfc6455.hpp>
 
 #include <optional>
 
@@ -25,8 +29,8 @@ constexpr std::size_t MAX_BODY_BYTES = 64 * 1024;
 // One keep-alive connection; owned by its pending operation.
 class Session : public std::enable_shared_from_this<Session> {
 public:
-    Session(tcp::socket socket, ControlServer::Handler const& handler)
-        : m_stream(std::move(socket)), m_handler(handler) {}
+    Session(tcp::socket socket, ControlServer::Handler const& handler, std::shared_ptr<console::ConsoleFeed> feed)
+        : m_stream(std::move(socket)), m_handler(handler), m_feed(std::move(feed)) {}
 
     void read() {
         m_parser.emplace();
@@ -43,15 +47,28 @@ private:
             m_stream.socket().shutdown(tcp::socket::shutdown_both, ignored);
             return;
         }
-        auto const request = m_parser->release();
-        ControlAnswer const answer = m_handler(std::string(request.method_string()), std::string(request.target()),
-                                               request.body());
+        auto request = m_parser->release();
+        if (!console::OriginCheck::allows(std::string(request[http::field::origin]),
+                                          std::string(request[http::field::host]))) {
+            answer(request, {403, console::OriginCheck::REFUSAL});
+            return;
+        }
+        if (beast::websocket::is_upgrade(request) && request.target() == ControlEndpoints::FEED_PATH && m_feed) {
+            m_feed->accept(m_stream.release_socket(), std::move(request));
+            return;
+        }
+        answer(request, m_handler(std::string(request.method_string()), std::string(request.target()),
+                                  request.body()));
+    }
+
+    void answer(http::request<http::string_body> const& request, ControlAnswer const& result) {
         m_response = {};
         m_response.version(11);
-        m_response.result(static_cast<unsigned>(answer.status));
+        m_response.result(static_cast<unsigned>(result.status));
         m_response.set(http::field::server, "qel-networking-sim");
-        m_response.set(http::field::content_type, "application/json");
-        m_response.body() = answer.body;
+        m_response.set(http::field::content_type,
+                       result.contentType.empty() ? std::string("application/json") : result.contentType);
+        m_response.body() = result.body;
         m_response.keep_alive(request.keep_alive());
         m_response.prepare_payload();
         http::async_write(m_stream, m_response, [self = shared_from_this()](beast::error_code writeError, std::size_t) {
@@ -69,12 +86,17 @@ private:
     std::optional<http::request_parser<http::string_body>> m_parser;
     http::response<http::string_body> m_response;
     ControlServer::Handler const& m_handler;  // the server outlives its sessions
+    std::shared_ptr<console::ConsoleFeed> const m_feed;
 };
 
 }  // namespace
 
 struct ControlServer::Impl {
-    explicit Impl(Handler h) : handler(std::move(h)) {}
+    Impl(Handler h, Snapshot snapshot) : handler(std::move(h)) {
+        if (snapshot) {
+            feed = std::make_shared<console::ConsoleFeed>(ioc.get_executor(), std::move(snapshot));
+        }
+    }
 
     void acceptNext() {
         acceptor.async_accept([this](beast::error_code const& error, tcp::socket socket) {
@@ -82,7 +104,7 @@ struct ControlServer::Impl {
                 return;
             }
             if (!error) {
-                std::make_shared<Session>(std::move(socket), handler)->read();
+                std::make_shared<Session>(std::move(socket), handler, feed)->read();
             }
             acceptNext();
         });
@@ -91,6 +113,7 @@ struct ControlServer::Impl {
     Handler const handler;
     net::io_context ioc;
     tcp::acceptor acceptor{ioc};
+    std::shared_ptr<console::ConsoleFeed> feed;
     std::uint16_t boundPort = 0;
     std::unique_ptr<common::system::Thread> thread;
 };
@@ -108,18 +131,24 @@ private:
 
 }  // namespace
 
-ControlServer::ControlServer(Handler handler) : m_impl(std::make_unique<Impl>(std::move(handler))) {}
+ControlServer::ControlServer(Handler handler, Snapshot snapshot)
+    : m_impl(std::make_unique<Impl>(std::move(handler), std::move(snapshot))) {}
 
 ControlServer::~ControlServer() {
     stop();
 }
 
-bool ControlServer::start(std::uint16_t port) {
+bool ControlServer::start(std::uint16_t port, std::string const& address) {
     if (m_impl->thread) {
         return false;
     }
     beast::error_code failure;
-    tcp::endpoint const endpoint(net::ip::address_v4::loopback(), port);
+    auto const ip = net::ip::make_address(address, failure);
+    if (failure) {
+        common::logging::Logger("networkingsim") << LogLevel::Error << "Control endpoint: bad address " << address;
+        return false;
+    }
+    tcp::endpoint const endpoint(ip, port);
     m_impl->acceptor.open(endpoint.protocol(), failure);
     if (!failure) {
         m_impl->acceptor.set_option(net::socket_base::reuse_address(true), failure);
@@ -152,6 +181,12 @@ void ControlServer::stop() {
     m_impl->thread.reset();
     beast::error_code ignored;
     m_impl->acceptor.close(ignored);
+}
+
+void ControlServer::notifyChanged() {
+    if (m_impl->feed) {
+        m_impl->feed->changed();
+    }
 }
 
 std::uint16_t ControlServer::port() const {

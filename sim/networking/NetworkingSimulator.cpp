@@ -44,6 +44,18 @@ struct NetworkingSimulator::Impl {
     std::string domain = DEFAULT_DOMAIN;                                     // guarded by mutex
     std::string instance = DEFAULT_INSTANCE;                                 // guarded by mutex
     std::shared_ptr<networkingStubDefault> stub;                             // guarded by mutex
+    std::function<void()> changeListener;                                    // guarded by mutex
+
+    void changed() const {
+        std::function<void()> listener;
+        {
+            std::lock_guard<std::mutex> guard(mutex);
+            listener = changeListener;
+        }
+        if (listener) {
+            listener();
+        }
+    }
 
     void record(CallRecord call) {
         logger << LogLevel::Info << call.method << "(" << call.serviceId << ") -> " << call.outcome;
@@ -52,13 +64,17 @@ struct NetworkingSimulator::Impl {
             calls.push_back(std::move(call));
         }
         recorded.notify_all();
+        changed();
     }
 
     void setRule(std::string const& serviceId, Rule rule, std::string const& what) {
         logger << LogLevel::Info << "Control: " << what << " for service " << serviceId
                << (rule.remaining != 0 ? " (next " + std::to_string(rule.remaining) + " requests)" : std::string());
-        std::lock_guard<std::mutex> guard(mutex);
-        rules[serviceId] = rule;
+        {
+            std::lock_guard<std::mutex> guard(mutex);
+            rules[serviceId] = rule;
+        }
+        changed();
     }
 
     // The rule for this request, counting it down.
@@ -74,7 +90,7 @@ struct NetworkingSimulator::Impl {
         } else if (rule.remaining > 1) {
             --found->second.remaining;
         }
-        return rule;
+        return rule;  // the change listener hears of it with the call's record
     }
 
     bool decide(std::string const& serviceId, ClientData_s& ipv4, ClientData_s& ipv6, ResultCodes_e& result,
@@ -208,6 +224,7 @@ bool NetworkingSimulator::start(std::string const& domain, std::string const& in
         return false;
     }
     m_impl->logger << LogLevel::Info << "Networking service registered at " << domain << ":" << instance;
+    m_impl->changed();
     return true;
 }
 
@@ -224,6 +241,7 @@ void NetworkingSimulator::stop() {
     if (stub) {
         CommonAPI::Runtime::get()->unregisterService(domain, networking::getInterface(), instance);
         m_impl->logger << LogLevel::Info << "Networking service left " << domain << ":" << instance;
+        m_impl->changed();
     }
 }
 
@@ -279,6 +297,7 @@ void NetworkingSimulator::setOcuAvailable(bool available) {
     if (stub) {
         stub->fireOcuConnStateChangeEvent(available);
     }
+    m_impl->changed();
 }
 
 bool NetworkingSimulator::ocuAvailable() const {
@@ -292,8 +311,45 @@ std::vector<CallRecord> NetworkingSimulator::calls() const {
 }
 
 void NetworkingSimulator::clearCalls() {
+    {
+        std::lock_guard<std::mutex> guard(m_impl->mutex);
+        m_impl->calls.clear();
+    }
+    m_impl->changed();
+}
+
+std::vector<ServiceView> NetworkingSimulator::services() const {
     std::lock_guard<std::mutex> guard(m_impl->mutex);
-    m_impl->calls.clear();
+    std::map<std::string, ServiceView> views;
+    auto const viewOf = [&](std::string const& serviceId) -> ServiceView& {
+        auto [entry, added] = views.try_emplace(serviceId);
+        if (added) {
+            auto const found = m_impl->addresses.find(serviceId);
+            bool const known = found != m_impl->addresses.end();
+            entry->second = {serviceId, known ? found->second.first : m_impl->defaultIpv4,
+                             known ? found->second.second : m_impl->defaultIpv6, std::nullopt};
+        }
+        return entry->second;
+    };
+    for (auto const& [serviceId, addresses] : m_impl->addresses) {
+        viewOf(serviceId);
+    }
+    for (auto const& call : m_impl->calls) {
+        viewOf(call.serviceId);
+    }
+    for (auto const& [serviceId, rule] : m_impl->rules) {
+        viewOf(serviceId).rule = rule;
+    }
+    std::vector<ServiceView> list;
+    for (auto& [serviceId, view] : views) {
+        list.push_back(std::move(view));
+    }
+    return list;
+}
+
+void NetworkingSimulator::setChangeListener(std::function<void()> listener) {
+    std::lock_guard<std::mutex> guard(m_impl->mutex);
+    m_impl->changeListener = std::move(listener);
 }
 
 bool NetworkingSimulator::waitForCalls(std::size_t count, std::uint32_t limitMs) const {

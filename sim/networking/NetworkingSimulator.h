@@ -18,7 +18,9 @@
 #include "commonapi/networking/networkingTypes.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,6 +42,14 @@ struct Rule {
     ResultCodes_e code = ResultCodes_e::SUCCESS;      // REFUSE
     CommonAPI::CallStatus status = CommonAPI::CallStatus::SUCCESS;  // FAIL
     std::uint32_t remaining = 0;  // 0: until changed
+};
+
+// What a service would be answered now.
+struct ServiceView {
+    std::string serviceId;
+    ClientData_s ipv4;
+    ClientData_s ipv6;
+    std::optional<Rule> rule;  // none: granted with the addresses
 };
 
 class NetworkingSimulator {
@@ -77,6 +87,13 @@ public:
     void clearCalls();
     // Waits (real time, as a safety limit) until `count` calls were recorded; false at the limit.
     bool waitForCalls(std::size_t count, std::uint32_t limitMs = 5000) const;
+
+    // Every service the scenario, a rule or a call named, by id.
+    std::vector<ServiceView> services() const;
+    // Called after every call recorded and every change of state, on the thread that made it (the
+    // binding's for calls, the controller's for changes), with no lock held. It may read the
+    // simulator but must not block. Replaces the previous listener; empty removes it.
+    void setChangeListener(std::function<void()> listener);
 
     struct Impl;  // shared with the service side, which holds it weakly
 

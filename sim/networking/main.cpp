@@ -1,10 +1,11 @@
 // qel-networking-sim: the networking-service simulator as a program for people.
 //
-//   qel-networking-sim [--control-port N] [--scenario FILE] [--domain D] [--instance I]
+//   qel-networking-sim [--control-port N] [--scenario FILE] [--domain D] [--instance I] [--bind ADDRESS]
 //
 // Serves the networking interface on the D-Bus session bus (DBUS_SESSION_BUS_ADDRESS) and the
-// control endpoints on 127.0.0.1:N (default 8090; 0 picks a free port). Prints
-// "control port: N" once ready; serves until SIGINT or SIGTERM; logs every call on stderr.
+// control endpoints and the console on 127.0.0.1:N (default 8090; 0 picks a free port; --bind
+// another address). Prints "control port: N" and "console: http://..." once ready; serves until
+// SIGINT or SIGTERM; logs every call on stderr.
 #include "ControlServer.h"
 #include "NetworkingSimulator.h"
 
@@ -21,7 +22,8 @@ constexpr long DEFAULT_CONTROL_PORT = 8090;
 
 void usage() {
     std::fprintf(stderr,
-                 "usage: qel-networking-sim [--control-port N] [--scenario FILE] [--domain D] [--instance I]\n");
+                 "usage: qel-networking-sim [--control-port N] [--scenario FILE] [--domain D] [--instance I] "
+                 "[--bind ADDRESS]\n");
 }
 
 }  // namespace
@@ -33,6 +35,7 @@ int main(int argc, char** argv) {
     std::string scenario;
     std::string domain = NetworkingSimulator::DEFAULT_DOMAIN;
     std::string instance = NetworkingSimulator::DEFAULT_INSTANCE;
+    std::string bindAddress = "127.0.0.1";
     for (int i = 1; i < argc; ++i) {
         std::string const argument = argv[i];
         bool const hasValue = i + 1 < argc;
@@ -49,6 +52,8 @@ int main(int argc, char** argv) {
             domain = argv[++i];
         } else if (argument == "--instance" && hasValue) {
             instance = argv[++i];
+        } else if (argument == "--bind" && hasValue) {
+            bindAddress = argv[++i];
         } else {
             usage();
             return argument == "--help" ? 0 : 2;
@@ -72,14 +77,23 @@ int main(int argc, char** argv) {
     qel::sim::networking::ControlServer control(
         [&simulator](std::string const& method, std::string const& target, std::string const& body) {
             return qel::sim::networking::ControlEndpoints::handle(simulator, method, target, body);
-        });
-    if (!control.start(static_cast<std::uint16_t>(port))) {
+        },
+        [&simulator] { return qel::sim::networking::ControlEndpoints::stateJson(simulator); });
+    if (bindAddress != "127.0.0.1") {
+        std::fprintf(stderr, "warning: listening on %s: the control endpoints and the console have no "
+                             "authentication and are reachable from other machines\n",
+                     bindAddress.c_str());
+    }
+    if (!control.start(static_cast<std::uint16_t>(port), bindAddress)) {
         return 1;
     }
-    std::printf("control port: %u\n", static_cast<unsigned>(control.port()));
+    simulator.setChangeListener([&control] { control.notifyChanged(); });
+    std::printf("control port: %u\nconsole: http://%s:%u/\n", static_cast<unsigned>(control.port()),
+                bindAddress.c_str(), static_cast<unsigned>(control.port()));
     std::fflush(stdout);
     int received = 0;
     sigwait(&signals, &received);
+    simulator.setChangeListener({});
     control.stop();
     simulator.stop();
     return 0;

@@ -103,11 +103,30 @@ TEST(NetworkingSimProgram, ServesTheInterfaceAndObeysItsControlEndpoint) {
     ASSERT_TRUE(eventually([&] { return proxy->isAvailable(); }));
 
     EXPECT_EQ(program.control(http::verb::post, "/_control/nosuch", "{}").substr(0, 4), "404 ");
-    EXPECT_EQ(program.control(http::verb::post, "/_control/refuse", "{}").substr(0, 4), "400 ");
+    EXPECT_EQ(program.control(http::verb::get, "/_control/nosuch").substr(0, 4), "404 ");
+    EXPECT_EQ(program.control(http::verb::get, "/../etc/passwd").substr(0, 4), "404 ");
+    EXPECT_EQ(program.control(http::verb::post, "/_control/refuse", "{}"),
+              R"(400 {"error":"\"service\" is missing"})");
+    EXPECT_EQ(program.control(http::verb::post, "/_control/grant", R"({"service":{"id":1}})"),
+              R"(400 {"error":"\"service\" is missing"})");
+    EXPECT_EQ(program.control(http::verb::post, "/_control/ocu", R"({"available":"no"})"),
+              R"(400 {"error":"\"available\" is missing or not true or false"})");
+    EXPECT_EQ(program.control(http::verb::post, "/_control/fail", R"({"service":"s","count":-1})").substr(0, 4),
+              "400 ");
+    EXPECT_EQ(program.control(http::verb::post, "/_control/refuse", R"({"service":"nav","code":2})"),
+              R"(200 {"status":"ok"})");
     EXPECT_EQ(program.control(http::verb::get, "/_control/state"),
               R"(200 {"calls":[{"method":"getInternetAccess","outcome":"refused 3","service":"demoservice"},)"
               R"({"method":"getInternetAccess","outcome":"granted 192.168.100.2 fd00::2","service":"demoservice"}],)"
-              R"("ocuAvailable":false,"onBus":true})");
+              R"("ocuAvailable":false,"onBus":true,"services":[)"
+              R"({"ipv4":{"address":"192.168.100.2","name":"ocu0","prefix":24},)"
+              R"("ipv6":{"address":"fd00::2","name":"ocu0","prefix":64},"rule":null,"service":"demoservice"},)"
+              R"({"ipv4":{"address":"192.168.100.2","name":"ocu0","prefix":24},)"
+              R"("ipv6":{"address":"fd00::2","name":"ocu0","prefix":64},)"
+              R"("rule":{"code":2,"mode":"refuse","remaining":0},"service":"nav"}]})");
+    std::string const page = program.control(http::verb::get, "/");
+    EXPECT_EQ(page.substr(0, 4), "200 ");
+    EXPECT_NE(page.find("networking.js"), std::string::npos);
     int const exitStatus = program.stop();
     EXPECT_TRUE(WIFEXITED(exitStatus) && WEXITSTATUS(exitStatus) == 0);
 }
