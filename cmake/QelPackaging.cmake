@@ -11,6 +11,10 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 # No package-wide summary: each description's first line is its package's own summary.
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
+# CPack takes the build host's architecture by default; a cross build's packages are the target's.
+if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
+endif()
 set(CPACK_COMPONENTS_ALL runtime dev tools)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -6,7 +6,10 @@ application, drives the story through the simulators' control endpoints and the 
 commands, prints the application's timeline as it happens and a summary, and writes the run-state
 timeline as an SVG picture. Leaves no process behind. Exits 0 only when every step happened.
 
-  demo.py --build DIR [--out DIR] [--interactive]
+  demo.py --build DIR [--out DIR] [--interactive] [--emulator COMMAND]
+
+--emulator runs the built programs through COMMAND (a cross build's programs under qemu, for
+example); QEL_TEST_TIMEOUT_SCALE multiplies every wait of the story, as such programs run slower.
 """
 
 import argparse
@@ -14,6 +17,7 @@ import json
 import math
 import os
 import re
+import shlex
 import shutil
 import signal
 import subprocess
@@ -23,9 +27,10 @@ import threading
 import time
 import urllib.request
 
-STEP_TIMEOUT_S = 30.0
+TIMEOUT_SCALE = float(os.environ.get("QEL_TEST_TIMEOUT_SCALE", "1"))
+STEP_TIMEOUT_S = 30.0 * TIMEOUT_SCALE
 # The framework re-subscribes 10 s after a dropped WebSocket; allow for that and a margin.
-RESUBSCRIBE_TIMEOUT_S = 40.0
+RESUBSCRIBE_TIMEOUT_S = 10.0 + 30.0 * TIMEOUT_SCALE
 
 
 class Timeline:
@@ -89,11 +94,15 @@ class Http:
 class Processes:
     """Every process the demo starts, stopped in reverse order on exit."""
 
-    def __init__(self, workdir):
+    def __init__(self, workdir, emulator=()):
         self.workdir = workdir
+        self.emulator = list(emulator)
         self.started = []
 
-    def start(self, name, command, env, **kwargs):
+    def start(self, name, command, env, built=False, **kwargs):
+        """Starts `command`; a program of the build tree (`built`) starts through the emulator, if any."""
+        if built:
+            command = self.emulator + command
         log = open(os.path.join(self.workdir, name + ".log"), "w")
         kwargs.setdefault("stdout", log)
         process = subprocess.Popen(command, env=env, stderr=log, start_new_session=True, **kwargs)
@@ -172,7 +181,7 @@ def start_bus(processes, env):
 def start_simulators(processes, build, env):
     networking_log = os.path.join(processes.workdir, "networking-sim.log")
     processes.start("networking-sim", [os.path.join(build, "sim/networking/qel-networking-sim"), "--control-port", "0"],
-                    env)
+                    env, built=True)
     match = wait_for_log_line(networking_log, r"control port: (\d+)")
     if not match:
         raise RuntimeError("the networking simulator did not start (see %s)" % networking_log)
@@ -182,7 +191,7 @@ def start_simulators(processes, build, env):
     backend_log = os.path.join(processes.workdir, "backend-sim.log")
     scenario = os.path.join(os.path.dirname(__file__), "..", "sim", "backend", "scenarios", "demo.json")
     backend = processes.start("backend-sim", [os.path.join(build, "sim/backend/qel-backend-sim"), "--port", "0",
-                                               "--scenario", scenario], env)
+                                               "--scenario", scenario], env, built=True)
     port = listening_port(backend)
     if port is None:
         raise RuntimeError("the backend simulator did not start (see %s)" % backend_log)
@@ -401,12 +410,13 @@ def main():
     parser.add_argument("--build", required=True, help="the build tree with the simulators and the example")
     parser.add_argument("--out", default=None, help="where the timeline and the picture go (default: the build tree)")
     parser.add_argument("--interactive", action="store_true", help="run until Ctrl-C; drive the simulators by hand")
+    parser.add_argument("--emulator", default="", help="command that runs the built programs (a cross build's)")
     args = parser.parse_args()
     build = os.path.abspath(args.build)
     out = os.path.abspath(args.out or os.path.join(build, "demo"))
     os.makedirs(out, exist_ok=True)
     workdir = tempfile.mkdtemp(prefix="qel-demo-")
-    processes = Processes(workdir)
+    processes = Processes(workdir, shlex.split(args.emulator))
     env = dict(os.environ)
     ok = False
     try:
@@ -424,7 +434,7 @@ def main():
                   % (networking.base, networking.base))
             print("Backend console:      %s\nNetworking console:   %s" % (backend.console, networking.console))
             print("Type pause, unpause, update KEY VALUE or stop; Ctrl-C ends the demo.\n", flush=True)
-            app = processes.start("app", app_command, env, stdout=None)
+            app = processes.start("app", app_command, env, built=True, stdout=None)
             try:
                 app.wait()
             except KeyboardInterrupt:
@@ -432,7 +442,7 @@ def main():
                 app.wait()
             print("demo: the processes' logs are in %s" % workdir, file=sys.stderr)
             return 0
-        app = processes.start("app", app_command, env, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+        app = processes.start("app", app_command, env, built=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
                               bufsize=1)
         timeline = Timeline(app.stdout, echo=True)
         story = Story(timeline, app, backend, networking)

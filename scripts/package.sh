@@ -1,18 +1,27 @@
 #!/usr/bin/env bash
 # Builds the Debian packages (runtime, -dev, tools) from the default build tree, lists them and
 # checks what they hold.
-#   scripts/package.sh [OUTPUT_DIR]      default: build/packages
+#   scripts/package.sh [OUTPUT_DIR]        default: build/packages
+#   scripts/package.sh arm64 [OUTPUT_DIR]  from the arm64 cross build; default: build/packages-arm64
 # Install them on a Debian 12 machine with: apt install ./OUTPUT_DIR/*.deb
 set -euo pipefail
 cd "$(dirname "$0")/.."
-out="$(realpath -m "${1:-build/packages}")"
+preset=default
+if [ "${1:-}" = "arm64" ]; then
+  preset=arm64
+  shift
+fi
+default_out=build/packages
+[ "$preset" = default ] || default_out="build/packages-$preset"
+out="$(realpath -m "${1:-$default_out}")"
 
 bash scripts/setup.sh
-[ -f build/default/CPackConfig.cmake ] || cmake --preset default >/dev/null
-cmake --build --preset default >/dev/null
+if [ "$preset" = arm64 ]; then bash scripts/setup-arm64.sh; fi
+[ -f "build/$preset/CPackConfig.cmake" ] || cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset" >/dev/null
 rm -rf "$out"
 mkdir -p "$out"
-cpack --config build/default/CPackConfig.cmake -B "$out" >/dev/null
+cpack --config "build/$preset/CPackConfig.cmake" -B "$out" >/dev/null
 rm -rf "$out/_CPack_Packages"
 
 failures=0
@@ -76,6 +85,26 @@ trap 'rm -rf "$unpacked"' EXIT
 dpkg-deb -x "${deb[runtime]}" "$unpacked"
 mapfile -t libraries < <(find "$unpacked" -type f -name 'lib*.so.*')
 scripts/check-exports.sh "${libraries[@]}" | sed "s|$unpacked||" || fail "a packaged library exports foreign symbols"
+
+# Every package and every object in it is built for the preset's architecture.
+architecture="$(dpkg --print-architecture)"
+[ "$preset" != arm64 ] || architecture=arm64
+case $architecture in
+  amd64) machine=x86-64 ;;
+  arm64) machine='ARM aarch64' ;;
+  *) machine="$(file -bL /bin/sh | cut -d, -f2 | sed 's/^ //')" ;;
+esac
+for kind in runtime dev tools; do
+  [ "$(dpkg-deb -f "${deb[$kind]}" Architecture)" = "$architecture" ] ||
+    fail "$kind package is for $(dpkg-deb -f "${deb[$kind]}" Architecture), not $architecture"
+  dpkg-deb -x "${deb[$kind]}" "$unpacked/$kind"
+  objects=0
+  while IFS= read -r object; do
+    objects=$((objects + 1))
+    file -b "$object" | grep -q "$machine" || fail "$kind package's ${object#"$unpacked/$kind"} is $(file -b "$object")"
+  done < <(find "$unpacked/$kind" -type f -exec sh -c 'file -b "$1" | grep -q "^ELF"' _ {} \; -print)
+  echo "$kind: Architecture $architecture, $objects ELF objects for $machine"
+done
 
 [ "$failures" -eq 0 ] || { echo "package: $failures check(s) failed"; exit 1; }
 echo "package: $(find "$out" -maxdepth 1 -name '*.deb' | wc -l) packages in $out, all checks passed"

@@ -3,11 +3,13 @@
 #   scripts/test.sh            RelWithDebInfo with g++
 #   scripts/test.sh asan       ASan + UBSan with clang
 #   scripts/test.sh tsan       TSan with clang
+#   scripts/test.sh arm64      cross-built for aarch64, the suite run under qemu
 set -euo pipefail
 preset="${1:-default}"
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
+if [ "$preset" = "arm64" ]; then bash scripts/setup-arm64.sh; fi
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"
 

@@ -12,6 +12,7 @@ JavaScript error in the browser's log.
 """
 
 import argparse
+import shlex
 import os
 import shutil
 import subprocess
@@ -28,7 +29,7 @@ from selenium.webdriver.chrome.service import Service  # noqa: E402
 from selenium.webdriver.common.by import By  # noqa: E402
 from selenium.webdriver.support.ui import WebDriverWait  # noqa: E402
 
-WAIT_S = 15
+WAIT_S = 15 * float(os.environ.get("QEL_TEST_TIMEOUT_SCALE", "1"))  # slower under an emulator
 
 
 class Failed(Exception):
@@ -132,11 +133,12 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", required=True)
     parser.add_argument("--out", required=True)
+    parser.add_argument("--emulator", default="", help="command that runs the built programs (a cross build's)")
     args = parser.parse_args()
     build = os.path.abspath(args.build)
     os.makedirs(args.out, exist_ok=True)
     workdir = tempfile.mkdtemp(prefix="qel-browser-")
-    processes = demo.Processes(workdir)
+    processes = demo.Processes(workdir, shlex.split(args.emulator))
     env = dict(os.environ)
     driver = None
     ok = False
@@ -149,7 +151,7 @@ def main():
         open(ini, "w").close()
         # stdin stays open: the application stops when it ends.
         app = processes.start("app", [os.path.join(build, "examples/qel-demo-app"), "--ini", ini, "--log-level", "4"],
-                              env, stdin=subprocess.PIPE)
+                              env, built=True, stdin=subprocess.PIPE)
         driver = browser(os.path.join(workdir, "chromium-profile"))
         for name, url, story in (("backend", backend.console, backend_story),
                                  ("networking", networking.console, networking_story)):

@@ -23,7 +23,7 @@ namespace http = boost::beast::http;
 // program takes over by exec, then the program prints its control port.
 class SimProgram {
 public:
-    SimProgram() : m_output(::popen("echo $$; exec '" QEL_NETWORKING_SIM_PATH "' --control-port 0", "r")) {
+    SimProgram() : m_output(::popen("echo $$; exec " QEL_NETWORKING_SIM_LAUNCHER "'" QEL_NETWORKING_SIM_PATH "' --control-port 0", "r")) {
         if (m_output != nullptr && std::fscanf(m_output, "%d control port: %hu", &m_pid, &m_port) != 2) {
             m_port = 0;
         }
