@@ -154,12 +154,18 @@ protected:
 };
 
 TEST_F(ClientLifetimeTest, ReleaseWhileResumedIsDelivered) {
-    networking.refuse("nav", ResultCodes_e::NOT_ALLOWED, 1);  // networking arrives last, on its retry thread
+    // Networking arrives last, on its retry thread: refused until every other condition is met.
+    networking.refuse("nav", ResultCodes_e::NOT_ALLOWED);
     auto client = build();
     ASSERT_NE(client, nullptr);
     auto const holding = std::make_shared<HoldingListener>();
     client->addRunStateListener(holding);
     client->startup();
+    ASSERT_TRUE(eventually([&] {
+        return log.countPrefix(LogLevel::Info, "Condition event: SUBSCRIBED_TOKENMANAGEMENT : true") > 0 &&
+               log.countPrefix(LogLevel::Info, "Condition event: SUBSCRIBED_KVS : true") > 0;
+    }));
+    networking.grant("nav");
     ASSERT_TRUE(holding->waitHolding());
     EXPECT_EQ(holding->thread, "RetryRequestThr");
 
