@@ -11,6 +11,7 @@ app ids, context ids and levels.
 import argparse
 import os
 import re
+import shlex
 import shutil
 import socket
 import subprocess
@@ -61,7 +62,9 @@ def main():
     parser.add_argument("--probe", required=True)
     parser.add_argument("--backend-sim", required=True)
     parser.add_argument("--networking-sim", required=True)
+    parser.add_argument("--emulator", default="", help="command that runs the built programs (a cross build's)")
     args = parser.parse_args()
+    emulator = shlex.split(args.emulator)
 
     workdir = tempfile.mkdtemp(prefix="qel-dlt-")
     processes = []
@@ -95,18 +98,18 @@ def main():
 
         env = dict(os.environ, DLT_PIPE_DIR=workdir, QEL_LOG_SINK="dlt")
         env.pop("QEL_DLT_APP_ID", None)
-        subprocess.run([args.probe, "--own-app", "MYAP"], env=dict(env, QEL_LOG_LEVEL="2"), check=True, timeout=30)
-        subprocess.run([args.probe], env=dict(env, QEL_LOG_LEVEL="3", QEL_DLT_APP_ID="ENVA"), check=True, timeout=30)
-        subprocess.run([args.probe], env=dict(env, QEL_LOG_LEVEL="4"), check=True, timeout=30)
+        subprocess.run(emulator + [args.probe, "--own-app", "MYAP"], env=dict(env, QEL_LOG_LEVEL="2"), check=True, timeout=30)
+        subprocess.run(emulator + [args.probe], env=dict(env, QEL_LOG_LEVEL="3", QEL_DLT_APP_ID="ENVA"), check=True, timeout=30)
+        subprocess.run(emulator + [args.probe], env=dict(env, QEL_LOG_LEVEL="4"), check=True, timeout=30)
 
         bus = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--print-address=1",
                                 "--address=unix:path=" + os.path.join(workdir, "bus")],
                                stdout=subprocess.PIPE, text=True)
         processes.append(bus)
         sim_env = dict(env, DBUS_SESSION_BUS_ADDRESS=bus.stdout.readline().strip())
-        backend_up = run_simulator([args.backend_sim, "--port", "0"], sim_env,
+        backend_up = run_simulator(emulator + [args.backend_sim, "--port", "0"], sim_env,
                                    has("BSIM", "Backend simulator listening"))
-        networking_up = run_simulator([args.networking_sim, "--control-port", "0"], sim_env,
+        networking_up = run_simulator(emulator + [args.networking_sim, "--control-port", "0"], sim_env,
                                       has("NSIM", "Networking service registered"))
 
         # Records of one process arrive in order; the daemon writes them as they come.
