@@ -53,13 +53,12 @@ EventDispatcher::~EventDispatcher() {
 }
 
 void EventDispatcher::post(std::function<void()> job) {
-    {
-        std::lock_guard<std::mutex> guard(m_queue->mutex);
-        if (m_queue->stopping) {
-            return;
-        }
-        m_queue->jobs.push_back(std::move(job));
+    std::lock_guard<std::mutex> guard(m_queue->mutex);
+    if (m_queue->stopping) {
+        return;
     }
+    m_queue->jobs.push_back(std::move(job));
+    // Woken under the lock: once it is free, the job may release this dispatcher.
     m_queue->wakeUp.notify_one();
 }
 
