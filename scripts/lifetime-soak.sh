@@ -13,7 +13,7 @@ cmake --build --preset "$preset" --target qel_lifetime_soak
 
 # A sanitizer report ends the life's child process, so it is counted rather than scrolled past.
 export ASAN_OPTIONS="${ASAN_OPTIONS:-halt_on_error=1}"
-export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1}"
+export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1 suppressions=$PWD/tests/tsan.supp}"
 run=()
 if [ "$preset" = "tsan" ] && [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -gt 28 ]; then
   run=(setarch "$(uname -m)" -R)

@@ -104,7 +104,6 @@ int frameworkThreads(bool withTeardown = true, std::string* names = nullptr) {
 
 // Every listener of a life; counts calls that come after the release returned.
 struct Listeners : core::IRunStateListener, core::IKVSListener, core::IServiceDataListener, core::IBackendJobListener {
-    explicit Listeners(std::uint32_t seed) : random(seed) {}
     void onRunStateChanged(RunState state) override {
         noteCall();
         if (state == RunState::RESUMED) {
@@ -146,13 +145,12 @@ struct Listeners : core::IRunStateListener, core::IKVSListener, core::IServiceDa
             std::this_thread::sleep_for(std::chrono::microseconds(us));
         }
     }
-    std::mt19937 random;
-    int resumedPauseUs = 0;
-    int eventPauseUs = 0;
+    // Set by the main thread while framework threads may already be calling.
+    std::atomic<int> resumedPauseUs{0}, eventPauseUs{0};
     std::atomic<bool> inResumed{false}, resumedSeen{false}, destroyed{false}, released{false};
     std::atomic<int> kvsEvents{0}, jobs{0}, lateCalls{0};
     std::mutex holderMutex;
-    std::shared_ptr<core::IOnlineServiceClient> holder;  // guarded by holderMutex; LISTENER_HOLDS_CLIENT only
+    std::shared_ptr<core::IOnlineServiceClient> holder;  // under holderMutex; LISTENER_HOLDS_CLIENT only
     std::atomic<RunState> dropHolderOn{RunState::INVALID};
 };
 
@@ -221,7 +219,7 @@ Life Rig::live(std::uint32_t seed, Moment moment) {
     std::mt19937 random(seed);
     auto const uniform = [&random](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
     Life life;
-    auto const listeners = std::make_shared<Listeners>(seed);
+    auto const listeners = std::make_shared<Listeners>();
     listeners->resumedPauseUs = uniform(0, 3000);
     listeners->eventPauseUs = uniform(0, 3000);
     bool const stopFirst = uniform(0, 1) == 1;

@@ -18,8 +18,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 #include <exception>
+#include <functional>
+#include <future>
 
 namespace qel::onlineservices::framework::core {
 
@@ -31,6 +32,7 @@ using qel::common::system::handOverTeardown;
 using qel::common::system::isFrameworkThread;
 using qel::common::system::joinRetiredThreads;
 using qel::common::system::makeThreadOwner;
+using qel::common::system::makeThreadOwnerNotifying;
 
 std::string const OnlineServiceClientFactory::SERVICE_CAPABILITIES = "capabilitiesmanagement";
 std::string const OnlineServiceClientFactory::RESOURCE_CAPABILITIES = "capabilities";
@@ -79,10 +81,12 @@ void addKvsItem(ClientParts& parts, Logger const& logger, std::string const& key
     parts.kvsEntries->push_back(makeKvsEntry(key, std::weak_ptr<IURIHandler>(item)));
 }
 
-ClientParts buildParts(std::shared_ptr<FrameworkConfig> const& config, Logger const& logger) {
+ClientParts buildParts(std::shared_ptr<FrameworkConfig> const& config, Logger const& logger,
+                       std::function<void()> rsiClientDeleted) {
     ClientParts parts;
     // Owners of threads that an event handler may hold last, on a framework thread.
-    parts.rsiClient = makeThreadOwner<RSIClientWrapper>("RSIClientWrapper", config);
+    parts.rsiClient =
+        makeThreadOwnerNotifying<RSIClientWrapper>("RSIClientWrapper", std::move(rsiClientDeleted), config);
     parts.serviceManager = std::make_shared<RSIServiceManager>(config, parts.rsiClient);
     parts.entryManager = std::make_shared<RSIEntryManager>(config, parts.rsiClient);
     parts.notifier = std::make_shared<Notifier>(config);
@@ -158,9 +162,8 @@ std::shared_ptr<OnlineServiceClient> assemble(std::shared_ptr<FrameworkConfig> c
 }
 
 std::shared_ptr<OnlineServiceClient> create(std::shared_ptr<FrameworkConfig> const& config, Logger const& logger,
-                                            std::weak_ptr<RSIClientWrapper>& rsiClient) {
-    ClientParts const parts = buildParts(config, logger);
-    rsiClient = parts.rsiClient;
+                                            std::function<void()> rsiClientDeleted) {
+    ClientParts const parts = buildParts(config, logger, std::move(rsiClientDeleted));
     auto conditions = std::make_shared<ConditionManager>(config, buildConditionActions(parts), buildPreconditionTable());
     if (config->serviceIds.empty()) {
         logger << LogLevel::Error << "Could not create OnlineServiceClient, no serviceIds given in OnlineServiceClientConfig";
@@ -181,8 +184,8 @@ std::shared_ptr<OnlineServiceClient> create(std::shared_ptr<FrameworkConfig> con
 // on a framework thread (a listener dropped the last handle), the same is done by a teardown
 // thread, since no thread can join itself.
 std::shared_ptr<IOnlineServiceClient> applicationHandle(std::shared_ptr<OnlineServiceClient> const& client,
-                                                        std::weak_ptr<RSIClientWrapper> const& rsiClient) {
-    return std::shared_ptr<IOnlineServiceClient>(client.get(), [owned = client, rsiClient](IOnlineServiceClient*) mutable {
+                                                        std::shared_future<void> rsiClientGone) {
+    return std::shared_ptr<IOnlineServiceClient>(client.get(), [owned = client, rsiClientGone](IOnlineServiceClient*) mutable {
         auto releaseAndDrop = [owned = std::move(owned)]() mutable {
             owned->release();
             owned.reset();
@@ -191,10 +194,7 @@ std::shared_ptr<IOnlineServiceClient> applicationHandle(std::shared_ptr<OnlineSe
             releaseAndDrop();
             // An RSI event handler may have held the RSI client last for a moment; its teardown
             // thread (and the reader thread it joins) end before the release returns.
-            auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-            while (!rsiClient.expired() && std::chrono::steady_clock::now() < deadline) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
+            rsiClientGone.wait_for(std::chrono::seconds(2));
             joinRetiredThreads();
             return;
         }
@@ -211,10 +211,11 @@ std::shared_ptr<IOnlineServiceClient> OnlineServiceClientFactory::createOnlineSe
     try {
         auto const merged = mergeConfig(config);
         Logger logger(merged->loggerName);
-        std::weak_ptr<RSIClientWrapper> rsiClient;
-        auto client = create(merged, logger, rsiClient);
+        auto rsiClientDeleted = std::make_shared<std::promise<void>>();
+        std::shared_future<void> rsiClientGone = rsiClientDeleted->get_future().share();
+        auto client = create(merged, logger, [rsiClientDeleted] { rsiClientDeleted->set_value(); });
         printConfig(logger, merged);
-        return client ? applicationHandle(client, rsiClient) : nullptr;
+        return client ? applicationHandle(client, std::move(rsiClientGone)) : nullptr;
     } catch (std::exception const& error) {
         // Nothing may escape to the application; a failure of the platform is a failed creation.
         Logger(config.serviceIds.empty() ? "framework" : "framework_" + config.serviceIds.front())

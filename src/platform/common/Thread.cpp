@@ -26,6 +26,12 @@ public:
         std::lock_guard<std::mutex> const lock(m_mutex);
         m_threads.push_back(std::move(thread));
     }
+    // Started under the lock, so that a `joinAll()` that runs once `body` has had an effect
+    // (an object deleted, say) always finds the thread.
+    void spawn(std::function<void()> body) {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        m_threads.emplace_back(std::move(body));
+    }
     void joinAll() {
         std::vector<std::thread> threads;
         {
@@ -61,10 +67,10 @@ bool isFrameworkThread() {
 void handOverTeardown(std::string const& mistake, std::function<void()> teardown) {
     logging::Logger("platform.thread") << LogLevel::Warning << mistake;
     try {
-        retireThread(std::thread([teardown = std::move(teardown)] {
+        RetiredThreads::instance().spawn([teardown = std::move(teardown)] {
             setCurrentThreadName("Teardown");
             teardown();
-        }));
+        });
     } catch (std::system_error const& error) {
         // No thread to spare: better a late join at exit than a self-join now.
         logging::Logger("platform.thread") << LogLevel::Error << "Could not start teardown thread: " << error.what();

@@ -83,24 +83,39 @@ void handOverTeardown(std::string const& mistake, std::function<void()> teardown
 
 // A shared pointer's deleter for an object that owns threads: released on a framework thread
 // (which may be one of the object's own), it is deleted by a teardown thread instead.
+// `deleted`, when set, runs once the object is gone, on whichever thread deleted it.
 template <typename T>
 struct DeleteOffFrameworkThreads {
     char const* what;
+    std::function<void()> deleted;
     void operator()(T* object) const {
-        if (!isFrameworkThread()) {
+        auto remove = [object, deleted = deleted] {
             delete object;
+            if (deleted) {
+                deleted();
+            }
+        };
+        if (!isFrameworkThread()) {
+            remove();
             return;
         }
         handOverTeardown(std::string(what) + " released on framework thread " + currentThreadName() +
                              "; deleted by a teardown thread",
-                         [object] { delete object; });
+                         std::move(remove));
     }
 };
 
 // `std::make_shared` for such an object.
 template <typename T, typename... Args>
 std::shared_ptr<T> makeThreadOwner(char const* what, Args&&... args) {
-    return std::shared_ptr<T>(new T(std::forward<Args>(args)...), DeleteOffFrameworkThreads<T>{what});
+    return std::shared_ptr<T>(new T(std::forward<Args>(args)...), DeleteOffFrameworkThreads<T>{what, nullptr});
+}
+
+// The same, with `deleted` run once the object is gone, so that an owner can wait for that.
+template <typename T, typename... Args>
+std::shared_ptr<T> makeThreadOwnerNotifying(char const* what, std::function<void()> deleted, Args&&... args) {
+    return std::shared_ptr<T>(new T(std::forward<Args>(args)...),
+                              DeleteOffFrameworkThreads<T>{what, std::move(deleted)});
 }
 
 // Names the calling thread (at most 15 characters are kept).
