@@ -89,8 +89,8 @@ int frameworkThreads(bool withTeardown = true, std::string* names = nullptr) {
         if (!withTeardown && name == "Teardown") {
             continue;
         }
-        for (auto const* prefix : {"RetryRequest", "framework", "Teardown", "svc:", "tok:", "prv:", "kvs:", "job:",
-                                   "rsi-ws-reader", "rsi-resolve"}) {
+        // The RSI client's own threads belong to the rig's client, which outlives the release.
+        for (auto const* prefix : {"RetryRequest", "framework", "Teardown", "svc:", "tok:", "prv:", "kvs:", "job:"}) {
             if (name.rfind(prefix, 0) == 0) {
                 ++count;
                 if (names) {
@@ -190,7 +190,9 @@ public:
         std::filesystem::remove_all(m_dir);
     }
 
-    std::shared_ptr<core::IOnlineServiceClient> build() {
+    // The platform's RSI client lives for the process on a head unit, longer than any framework
+    // client; each life gets its own here, held by the rig until the life's release was checked.
+    std::shared_ptr<core::IOnlineServiceClient> build(std::shared_ptr<qel::rsi::client::ISharedRsiClient>& rsiClient) {
         core::OnlineServiceClientConfig config;
         config.serviceIds = {"nav"};
         config.kvsItems = {"nav.color"};
@@ -200,7 +202,8 @@ public:
         options.endpoint.port = backend.port();
         options.requestTimeoutMs = 1000;
         options.subscribeTimeoutMs = 1000;
-        qel::rsi::client::SetSharedRsiClient(std::make_shared<qel::rsi::client::host::HostRsiClient>(options));
+        rsiClient = std::make_shared<qel::rsi::client::host::HostRsiClient>(options);
+        qel::rsi::client::SetSharedRsiClient(rsiClient);
         auto client = core::OnlineServiceClientFactory::createOnlineServiceClient(config);
         qel::rsi::client::SetSharedRsiClient(nullptr);
         return client;
@@ -226,7 +229,8 @@ Life Rig::live(std::uint32_t seed, Moment moment) {
     if (moment == NETWORKING_RETRYING) {
         networking.refuse("nav", ResultCodes::NOT_ALLOWED, static_cast<std::uint32_t>(uniform(1, 8)));
     }
-    auto client = build();
+    std::shared_ptr<qel::rsi::client::ISharedRsiClient> rsiClient;
+    auto client = build(rsiClient);
     if (!client) {
         std::fprintf(stderr, "seed %u: no client\n", seed);
         std::exit(3);
@@ -335,6 +339,7 @@ Life Rig::live(std::uint32_t seed, Moment moment) {
     networking.grant("nav");
     Listeners::pause(2000);  // a late listener call would come now
     life.lateCalls = listeners->lateCalls.load();
+    rsiClient.reset();  // joins its WebSocket reader
     return life;
 }
 
