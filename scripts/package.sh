@@ -85,6 +85,11 @@ trap 'rm -rf "$unpacked"' EXIT
 dpkg-deb -x "${deb[runtime]}" "$unpacked"
 mapfile -t libraries < <(find "$unpacked" -type f -name 'lib*.so.*')
 scripts/check-exports.sh "${libraries[@]}" | sed "s|$unpacked||" || fail "a packaged library exports foreign symbols"
+# The utilities offered to applications are exported with the client's interface.
+framework_library="$(find "$unpacked" -type f -name 'libqel.onlineservices.framework.so.*' -print -quit)"
+for class in CommonApiConnector Conversion; do
+  nm -DC --defined-only "$framework_library" | grep -q "utils::$class::" || fail "the framework library does not export utils::$class"
+done
 
 # Every package and every object in it is built for the preset's architecture.
 architecture="$(dpkg --print-architecture)"

@@ -31,6 +31,7 @@
 #include <fstream>
 #include <mutex>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -79,6 +80,26 @@ long countEntries(char const* directory) {
     return count;
 }
 
+// True for a task that has ended but is still listed: a joined thread stays in /proc for a
+// moment after its join returned (longer on a loaded machine), but by then it has given up the
+// process's memory, so its size reads 0.
+bool hasEnded(std::filesystem::path const& task) {
+    std::string stat;
+    std::getline(std::ifstream(task / "stat"), stat);
+    auto const nameEnd = stat.rfind(')');
+    if (nameEnd == std::string::npos) {
+        return true;  // gone while we read it
+    }
+    std::istringstream fields(stat.substr(nameEnd + 1));
+    std::string field;
+    for (int index = 3; index <= 23 && fields >> field; ++index) {
+        if (index == 3 && (field == "Z" || field == "X" || field == "x")) {
+            return true;
+        }
+    }
+    return field == "0";  // the 23rd field, vsize
+}
+
 // Threads a client starts; none may outlive its release. A teardown thread counts unless
 // `withTeardown` is false.
 int frameworkThreads(bool withTeardown = true, std::string* names = nullptr) {
@@ -86,7 +107,7 @@ int frameworkThreads(bool withTeardown = true, std::string* names = nullptr) {
     for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
         std::string name;
         std::ifstream(task.path() / "comm") >> name;
-        if (!withTeardown && name == "Teardown") {
+        if ((!withTeardown && name == "Teardown") || hasEnded(task.path())) {
             continue;
         }
         // The RSI client's own threads belong to the rig's client, which outlives the release.

@@ -1,4 +1,4 @@
-#include "utils/CommonApiConnector.h"
+#include <onlineservices/framework/CommonApiConnector.h>
 
 namespace qel::onlineservices::framework::utils {
 

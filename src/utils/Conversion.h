@@ -1,23 +1,4 @@
-// Names of the framework's enumerations, for log and diagnostic output.
-//
-// Contract: `toString` looks the value up with `std::map::at`, so a value outside the table throws
-// `std::out_of_range` ("map::at"); there is no fallback name. Callers pass only the named values
-// of the enumeration, or catch the exception where they could hold anything else. The table is
-// built at library load and only read afterwards, so any thread may call.
+// The declarations are part of the public headers.
 #pragma once
 
-#include <onlineservices/framework/KVSUpdateStatus.h>
-
-#include <map>
-#include <string>
-
-namespace qel::onlineservices::framework::utils {
-
-class Conversion {
-public:
-    static std::string toString(core::KVSUpdateStatus status);
-
-    static std::map<core::KVSUpdateStatus, std::string> const m_kvsUpdateStatusMap;
-};
-
-}  // namespace qel::onlineservices::framework::utils
+#include <onlineservices/framework/Conversion.h>

@@ -1,5 +1,6 @@
+#include <onlineservices/framework/CommonApiConnector.h>
+
 #include "support/LogCapture.h"
-#include "utils/CommonApiConnector.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "utils/Conversion.h"
+#include <onlineservices/framework/Conversion.h>
 
 #include <gtest/gtest.h>
 
