@@ -24,10 +24,14 @@ fi
 
 work="$(mktemp -d /var/tmp/qel-dev-root.XXXXXX)"
 root="$work/root"
+mounts=(proc dev dev/pts)
 cleanup() {
   local rc=$?
   set +e
-  mountpoint -q "$root/proc" && { umount "$root/proc" || umount -l "$root/proc"; }
+  local i
+  for ((i = ${#mounts[@]} - 1; i >= 0; i--)); do
+    mountpoint -q "$root/${mounts[i]}" && { umount "$root/${mounts[i]}" || umount -l "$root/${mounts[i]}"; }
+  done
   if findmnt -rn -o TARGET | grep -q "^$root/"; then
     echo "dev-package-check: mounts left under $root, not removing it" >&2
     rc=1
@@ -45,6 +49,8 @@ debootstrap --variant=minbase bookworm "$root" "$mirror" >"$work/debootstrap.log
   { tail -20 "$work/debootstrap.log" >&2; exit 1; }
 cp /etc/resolv.conf "$root/etc/resolv.conf"
 mount -t proc proc "$root/proc"
+mount --bind /dev "$root/dev"
+mount --bind /dev/pts "$root/dev/pts"
 mkdir -p "$root/root/debs" "$root/root/consumer"
 cp "${debs[@]}" "$root/root/debs/"
 cp "$repo/tests/consumer/CMakeLists.txt" "$repo/tests/consumer/main.cpp" "$root/root/consumer/"
