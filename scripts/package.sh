@@ -65,19 +65,19 @@ for kind in runtime dev tools; do
   stray="$(contents "$kind" | grep -E '(^|/)[^/]*(test|gtest|gmock|benchmark|fuzz)[^/]*$|\.a$' || true)"
   [ -z "$stray" ] || fail "$kind package ships $stray"
 done
-contents runtime | grep -qE '/libqel\.onlineservices\.framework\.so\.[0-9]+$' || fail "runtime package lacks the framework's SONAME link"
-! contents runtime | grep -qE '\.so$|/include/|\.pc$|/bin/' || fail "runtime package holds development files or programs"
-contents dev | grep -q '/include/onlineservices/framework/Version.h$' || fail "dev package lacks the public headers"
-contents dev | grep -q '/cmake/qel_onlineservices_framework/qel_onlineservices_frameworkConfigVersion.cmake$' || fail "dev package lacks the CMake package"
+contents runtime | grep -E '/libqel\.onlineservices\.framework\.so\.[0-9]+$' >/dev/null || fail "runtime package lacks the framework's SONAME link"
+! contents runtime | grep -E '\.so$|/include/|\.pc$|/bin/' >/dev/null || fail "runtime package holds development files or programs"
+contents dev | grep '/include/onlineservices/framework/Version.h$' >/dev/null || fail "dev package lacks the public headers"
+contents dev | grep '/cmake/qel_onlineservices_framework/qel_onlineservices_frameworkConfigVersion.cmake$' >/dev/null || fail "dev package lacks the CMake package"
 for library in $(contents runtime | grep -oE 'libqel[^/]*\.so\.[0-9]+$'); do
   name="${library#lib}"
   name="${name%.so.*}"
-  contents dev | grep -q "/pkgconfig/$name.pc$" || fail "dev package lacks $name.pc"
-  contents dev | grep -q "/lib$name.so$" || fail "dev package lacks the link lib$name.so"
+  contents dev | grep "/pkgconfig/$name.pc$" >/dev/null || fail "dev package lacks $name.pc"
+  contents dev | grep "/lib$name.so$" >/dev/null || fail "dev package lacks the link lib$name.so"
 done
-contents tools | grep -q '/bin/qel-backend-sim$' || fail "tools package lacks qel-backend-sim"
-contents tools | grep -q '/bin/qel-networking-sim$' || fail "tools package lacks qel-networking-sim"
-contents tools | grep -q '/bin/qel-demo-app$' || fail "tools package lacks qel-demo-app"
+contents tools | grep '/bin/qel-backend-sim$' >/dev/null || fail "tools package lacks qel-backend-sim"
+contents tools | grep '/bin/qel-networking-sim$' >/dev/null || fail "tools package lacks qel-networking-sim"
+contents tools | grep '/bin/qel-demo-app$' >/dev/null || fail "tools package lacks qel-demo-app"
 
 # The shipped libraries, as packaged (stripped), export nothing but our own code.
 unpacked="$(mktemp -d)"
@@ -88,7 +88,7 @@ scripts/check-exports.sh "${libraries[@]}" | sed "s|$unpacked||" || fail "a pack
 # The utilities offered to applications are exported with the client's interface.
 framework_library="$(find "$unpacked" -type f -name 'libqel.onlineservices.framework.so.*' -print -quit)"
 for class in CommonApiConnector Conversion; do
-  nm -DC --defined-only "$framework_library" | grep -q "utils::$class::" || fail "the framework library does not export utils::$class"
+  nm -DC --defined-only "$framework_library" | grep "utils::$class::" >/dev/null || fail "the framework library does not export utils::$class"
 done
 
 # Every package and every object in it is built for the preset's architecture.
@@ -106,8 +106,8 @@ for kind in runtime dev tools; do
   objects=0
   while IFS= read -r object; do
     objects=$((objects + 1))
-    file -b "$object" | grep -q "$machine" || fail "$kind package's ${object#"$unpacked/$kind"} is $(file -b "$object")"
-  done < <(find "$unpacked/$kind" -type f -exec sh -c 'file -b "$1" | grep -q "^ELF"' _ {} \; -print)
+    file -b "$object" | grep "$machine" >/dev/null || fail "$kind package's ${object#"$unpacked/$kind"} is $(file -b "$object")"
+  done < <(find "$unpacked/$kind" -type f -exec sh -c 'file -b "$1" | grep "^ELF" >/dev/null' _ {} \; -print)
   echo "$kind: Architecture $architecture, $objects ELF objects for $machine"
 done
 

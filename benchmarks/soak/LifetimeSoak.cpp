@@ -31,7 +31,6 @@
 #include <fstream>
 #include <mutex>
 #include <random>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -80,37 +79,23 @@ long countEntries(char const* directory) {
     return count;
 }
 
-// True for a task that has ended but is still listed: a joined thread stays in /proc for a
-// moment after its join returned (longer on a loaded machine), but by then it has given up the
-// process's memory, so its size reads 0.
-bool hasEnded(std::filesystem::path const& task) {
-    std::string stat;
-    std::getline(std::ifstream(task / "stat"), stat);
-    auto const nameEnd = stat.rfind(')');
-    if (nameEnd == std::string::npos) {
-        return true;  // gone while we read it
-    }
-    std::istringstream fields(stat.substr(nameEnd + 1));
-    std::string field;
-    for (int index = 3; index <= 23 && fields >> field; ++index) {
-        if (index == 3 && (field == "Z" || field == "X" || field == "x")) {
-            return true;
-        }
-    }
-    return field == "0";  // the 23rd field, vsize
-}
-
-// Threads a client starts; none may outlive its release. A teardown thread counts unless
-// `withTeardown` is false.
+// Threads a client starts that have not finished; none may outlive its release. A teardown
+// thread counts unless `withTeardown` is false. The platform's threads (the RSI client's, the
+// networking binding's dispatcher) belong to the rig, which outlives the release.
 int frameworkThreads(bool withTeardown = true, std::string* names = nullptr) {
-    int count = 0;
-    for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::string name;
-        std::ifstream(task.path() / "comm") >> name;
-        if ((!withTeardown && name == "Teardown") || hasEnded(task.path())) {
-            continue;
+    std::vector<std::string> running = qel::common::system::runningFrameworkThreads();
+    if (withTeardown) {
+        // Teardown threads are not framework threads; they are found by name.
+        for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::string name;
+            std::ifstream(task.path() / "comm") >> name;
+            if (name == "Teardown") {
+                running.push_back(name);
+            }
         }
-        // The RSI client's own threads belong to the rig's client, which outlives the release.
+    }
+    int count = 0;
+    for (auto const& name : running) {
         for (auto const* prefix : {"RetryRequest", "framework", "Teardown", "svc:", "tok:", "prv:", "kvs:", "job:"}) {
             if (name.rfind(prefix, 0) == 0) {
                 ++count;

@@ -1,9 +1,12 @@
 #include "common/Thread.h"
 
 #include "common/Logger.h"
+#include "common/NoDestructor.h"
 
 #include <pthread.h>
 
+#include <cstdint>
+#include <map>
 #include <mutex>
 #include <system_error>
 #include <vector>
@@ -54,10 +57,56 @@ private:
 
 thread_local bool t_frameworkThread = false;
 
+// Names of the marked threads that have not yet finished: each leaves the list in its thread-exit
+// cleanup, before a join of it can return.
+class RunningFrameworkThreads {
+public:
+    // Never destroyed: a thread may end while the process exits.
+    static RunningFrameworkThreads& instance() {
+        static NoDestructor<RunningFrameworkThreads> running;
+        return running.get();
+    }
+    std::uint64_t add(std::string name) {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        m_names.emplace(++m_last, std::move(name));
+        return m_last;
+    }
+    void remove(std::uint64_t key) {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        m_names.erase(key);
+    }
+    std::vector<std::string> names() const {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        std::vector<std::string> names;
+        for (auto const& entry : m_names) {
+            names.push_back(entry.second);
+        }
+        return names;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::uint64_t m_last = 0;                      // under m_mutex
+    std::map<std::uint64_t, std::string> m_names;  // under m_mutex
+};
+
+struct RunningMark {
+    explicit RunningMark(std::string name) : key(RunningFrameworkThreads::instance().add(std::move(name))) {}
+    ~RunningMark() { RunningFrameworkThreads::instance().remove(key); }
+    std::uint64_t const key;
+};
+
 }  // namespace
 
 void markFrameworkThread() {
-    t_frameworkThread = true;
+    if (!t_frameworkThread) {
+        thread_local RunningMark const mark(currentThreadName());
+        t_frameworkThread = true;
+    }
+}
+
+std::vector<std::string> runningFrameworkThreads() {
+    return RunningFrameworkThreads::instance().names();
 }
 
 bool isFrameworkThread() {

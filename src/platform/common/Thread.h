@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace qel::common::system {
 
@@ -74,6 +75,9 @@ void joinRetiredThreads();
 // an owner released on one of them can tell that it must not join from there.
 void markFrameworkThread();
 bool isFrameworkThread();
+// Names of the framework threads that have not finished yet; a thread leaves the list before a
+// join of it returns. For diagnostics: which threads outlived their owner's release.
+std::vector<std::string> runningFrameworkThreads();
 // The calling thread's name as the operating system knows it.
 std::string currentThreadName();
 // Runs `teardown` on a thread of its own ("Teardown"), which may join framework threads, and
