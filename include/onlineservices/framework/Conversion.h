@@ -14,10 +14,14 @@
 
 namespace qel::onlineservices::framework::utils {
 
+// Names of enumeration values; see the file's contract.
 class QEL_OSF_EXPORT Conversion {
 public:
+    // The status's name, for example "KVS_ITEM_NOT_FOUND" for 3; throws std::out_of_range for a
+    // value outside the enumeration.
     static std::string toString(core::KVSUpdateStatus status);
 
+    // Every status with its name, built at library load.
     static std::map<core::KVSUpdateStatus, std::string> const m_kvsUpdateStatusMap;
 };
 
